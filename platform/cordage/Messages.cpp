@@ -1,0 +1,89 @@
+#include "platform/cordage/Messages.h"
+
+#include <cstdio>
+#include <mutex>
+
+namespace tarnvel {
+namespace {
+
+const std::map<int, std::string>& BuiltInTexts() {
+  static const std::map<int, std::string> texts = {
+      {kMsgOutputFolderFailed, "The output folder %s cannot be created."},
+      {kMsgArgsFolderMissing, "The folder %s of the argument file does not exist."},
+      {kMsgProfileUnreadable, "The recording's profile _config.pgv cannot be read: this folder holds no recording."},
+      {kMsgRawOpenFailed, "The raw files of the recording in %s cannot be opened."},
+      {kMsgFrameFailedNegative, "A frame could not be read or written (%s); the output was closed."},
+      {kMsgAborted, "The conversion was aborted."},
+      {kMsgFrameFailedPositive, "A frame was refused by the source or the output file %s."},
+      {kMsgConfirmAbort, "Do you really want to abort the conversion?"},
+  };
+  return texts;
+}
+
+std::mutex g_mutex;
+std::map<int, std::string> g_catalogue;
+
+int StandardErrorHandler(int number, int style, const std::string& text) {
+  const char* kind = number < 1000 ? "error" : number < 2000 ? "warning" : "message";
+  std::fprintf(stderr, "tarnvel: %s %d: %s\n", kind, number, text.c_str());
+  return (style & 0xF) == 4 ? kAnswerYes : kAnswerOk;
+}
+
+MessageHandler g_handler = StandardErrorHandler;
+
+}  // namespace
+
+Severity SeverityOf(int number) {
+  if (number < 1000) return Severity::Error;
+  if (number < 2000) return Severity::Warning;
+  return Severity::Information;
+}
+
+int StyleOf(int number) {
+  switch (SeverityOf(number)) {
+    case Severity::Error: return kStyleError;
+    case Severity::Warning: return kStyleWarning;
+    case Severity::Information: break;
+  }
+  return kStyleInformation;
+}
+
+std::string MessageText(int number, const char* argument) {
+  std::string text;
+  {
+    std::lock_guard lock(g_mutex);
+    if (auto it = g_catalogue.find(number); it != g_catalogue.end()) text = it->second;
+  }
+  if (text.empty()) {
+    auto it = BuiltInTexts().find(number);
+    text = it != BuiltInTexts().end() ? it->second : "Message " + std::to_string(number) + " %s";
+  }
+  const std::size_t slot = text.find("%s");
+  if (slot != std::string::npos) text.replace(slot, 2, argument ? argument : "");
+  // An empty argument leaves no double blank behind.
+  if (const std::size_t twin = text.find("  "); twin != std::string::npos) text.erase(twin, 1);
+  if (!text.empty() && text.back() == ' ') text.pop_back();
+  return text;
+}
+
+void SetMessageCatalogue(std::map<int, std::string> texts) {
+  std::lock_guard lock(g_mutex);
+  g_catalogue = std::move(texts);
+}
+
+void SetMessageHandler(MessageHandler handler) {
+  std::lock_guard lock(g_mutex);
+  g_handler = handler ? std::move(handler) : StandardErrorHandler;
+}
+
+int CgDisplayMsg(void* /*owner: the desktop's handler knows its window*/, int number, int style,
+                 const char* argument) {
+  MessageHandler handler;
+  {
+    std::lock_guard lock(g_mutex);
+    handler = g_handler;
+  }
+  return handler(number, style, MessageText(number, argument));
+}
+
+}  // namespace tarnvel

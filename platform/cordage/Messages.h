@@ -1,0 +1,52 @@
+// Numbered messages. Every text a user reads has a number; the number also
+// tells the severity: below 1000 an error, below 2000 a warning, from 2000 on
+// information. The desktop shows messages in message boxes, a headless run on
+// standard error with their number; the front end installs its handler.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace tarnvel {
+
+// Message-box styles and answers, as the suite's callers pass and test them.
+constexpr int kStyleError = 16;
+constexpr int kStyleWarning = 48;
+constexpr int kStyleInformation = 64;
+constexpr int kStyleYesNoQuestion = 36;
+constexpr int kAnswerOk = 1;
+constexpr int kAnswerYes = 6;
+constexpr int kAnswerNo = 7;
+
+// Numbers that the converter uses.
+constexpr int kMsgOutputFolderFailed = 33;
+constexpr int kMsgArgsFolderMissing = 88;
+constexpr int kMsgProfileUnreadable = 89;
+constexpr int kMsgRawOpenFailed = 90;
+constexpr int kMsgFrameFailedNegative = 101;
+constexpr int kMsgAborted = 107;
+constexpr int kMsgFrameFailedPositive = 138;
+constexpr int kMsgConfirmAbort = 1061;
+
+enum class Severity { Error, Warning, Information };
+Severity SeverityOf(int number);
+// The message-box style that a status code goes out with: 16, 48 or 64.
+int StyleOf(int number);
+
+// The text of a number with its argument put in place of "%s" (the argument
+// is inserted as text, never used as a format). Unknown numbers give a text
+// that names the number.
+std::string MessageText(int number, const char* argument = nullptr);
+
+// Replaces the texts of the given numbers (a language catalogue); numbers it
+// lacks keep the built-in English text.
+void SetMessageCatalogue(std::map<int, std::string> texts);
+
+// Shows a message and returns the answer. The handler gets number, style and
+// the finished text.
+using MessageHandler = std::function<int(int number, int style, const std::string& text)>;
+void SetMessageHandler(MessageHandler handler);
+int CgDisplayMsg(void* owner, int number, int style, const char* argument);
+
+}  // namespace tarnvel

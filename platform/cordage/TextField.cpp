@@ -1,0 +1,52 @@
+#include "platform/cordage/TextField.h"
+
+#include <cstring>
+
+namespace tarnvel {
+
+bool CopyText(char* dst, std::size_t capacity, std::string_view src) {
+  if (capacity == 0) return src.empty();
+  const std::size_t n = src.size() < capacity ? src.size() : capacity - 1;
+  std::memcpy(dst, src.data(), n);
+  dst[n] = '\0';
+  return n == src.size();
+}
+
+bool EqualsNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    unsigned char x = static_cast<unsigned char>(a[i]);
+    unsigned char y = static_cast<unsigned char>(b[i]);
+    if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x + 32);
+    if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y + 32);
+    if (x != y) return false;
+  }
+  return true;
+}
+
+bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+std::size_t LastSeparator(std::string_view path) {
+  for (std::size_t i = path.size(); i-- > 0;)
+    if (IsSeparator(path[i])) return i;
+  return std::string_view::npos;
+}
+
+std::string_view FolderOf(std::string_view path) {
+  const std::size_t cut = LastSeparator(path);
+  return cut == std::string_view::npos ? std::string_view{} : path.substr(0, cut);
+}
+
+std::string_view LastComponent(std::string_view path) {
+  const std::size_t cut = LastSeparator(path);
+  return cut == std::string_view::npos ? path : path.substr(cut + 1);
+}
+
+std::string JoinPath(std::string_view folder, std::string_view name) {
+  std::string out(folder);
+  if (!out.empty() && !IsSeparator(out.back())) out += '/';
+  out += name;
+  return out;
+}
+
+}  // namespace tarnvel

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what is missing, then configures and builds one configuration.
+# Usage: scripts/build.sh [release|asan|tsan] [extra cmake arguments...]
+# Build folders: build/<configuration>.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+config=${1:-release}
+shift || true
+
+"$root/scripts/deps.sh"
+
+args=(-G Ninja -S "$root" -B "$root/build/$config")
+case "$config" in
+  release) args+=(-DCMAKE_BUILD_TYPE=Release) ;;
+  asan)    args+=(-DCMAKE_BUILD_TYPE=Debug -DTARNVEL_SANITIZE=address,undefined -DTARNVEL_BENCH=OFF) ;;
+  tsan)    args+=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DTARNVEL_SANITIZE=thread -DTARNVEL_BENCH=OFF) ;;
+  *) echo "unknown configuration: $config" >&2; exit 2 ;;
+esac
+[[ "${CI:-}" == "true" ]] && args+=(-DTARNVEL_WERROR=ON)
+
+cmake "${args[@]}" "$@" >/dev/null
+cmake --build "$root/build/$config" --parallel "$(nproc)"

@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds Tarnvel, and shows it at work on a
+# recording of its own.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/build.sh" release
+echo "Built: $root/build/release"

@@ -1,0 +1,36 @@
+// Helpers that the tests share: a scratch folder per test and whole-file I/O.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace tarnvel::test {
+
+// A fresh folder under the system's temporary folder, removed with its
+// contents when the object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  // path() / name, as a string for the C-style interfaces.
+  std::string File(std::string_view name) const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+void WriteFile(const std::filesystem::path& path, std::string_view content);
+std::string ReadFile(const std::filesystem::path& path);
+
+// The checkout's root, for fixtures and scripts.
+std::filesystem::path SourceDir();
+
+// Runs a shell command and returns its exit status; its output goes to `output` when given.
+int RunCommand(const std::string& command, std::string* output = nullptr);
+
+}  // namespace tarnvel::test
