@@ -97,7 +97,9 @@ class ContainerWriter final : public FrameWriter {
       out_.Write(frame.pixels, frameBytes);
       out_.Write(block, kMetadataBlockSize);
     }
-    if (out_.Failed()) return kFkWriteFailed;
+    // Each frame goes to the system at once, so that a full disk shows at the
+    // frame that met it.
+    if (!out_.Flush()) return kFkWriteFailed;
     frameEnds_.push_back(out_.Position());
     return 0;
   }
