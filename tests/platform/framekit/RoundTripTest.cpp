@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
@@ -194,6 +195,56 @@ TEST(RoundTripExtras, ContainerHeaderFollowsTheDocumentedLayout) {
   EXPECT_EQ(bytes.substr(64 + 80 + 1024, 80), std::string(second.begin(), second.end()));
   const auto block = test::PatternBlock(1);
   EXPECT_EQ(bytes.substr(64 + 2 * 80 + 1024, 1024), std::string(block.begin(), block.end()));
+}
+
+}  // namespace
+}  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// A multipage TIFF past 4 GiB must be BigTIFF and open in libtiff and Pillow.
+// Writes 5.2 GB, so it does not run in CI: run it by hand with
+//   framekit_tests --gtest_also_run_disabled_tests --gtest_filter='*BigMultipage*'
+TEST(RoundTripLarge, DISABLED_BigMultipageTiffPassesFourGigabytes) {
+  test::TempDir dir;
+  const std::string path = dir.File("big.mpt");
+  const std::uint32_t width = 1280, height = 1024, frames = 2100;  // 2.5 MiB a frame: 5.5 GB
+  FrameHandle handle = nullptr;
+  ASSERT_EQ(OpenOutput(path.c_str(), 1, &handle), 0);
+  const FrameHeader header = test::MakeHeader({width, height, 16});
+  std::vector<std::uint16_t> pixels(std::size_t{width} * height);
+  auto fill = [&](std::uint32_t frame) {
+    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<std::uint16_t>(i * 3 + frame * 7919);
+  };
+  for (std::uint32_t f = 0; f < frames; ++f) {
+    fill(f);
+    ASSERT_EQ(WriteFrame(handle, f, frames, &header, test::PatternBlock(f).data(), pixels.data()), 0) << f;
+  }
+  ASSERT_EQ(CloseOutput(handle), 0);
+  EXPECT_GT(std::filesystem::file_size(path), 5ull << 30);
+  char signature[4] = {};
+  std::ifstream(path, std::ios::binary).read(signature, 4);
+  EXPECT_EQ(std::string(signature, 4), std::string("II+\0", 4)) << "BigTIFF signature";
+
+  int result = 0;
+  auto file = framekit::OpenImageFile(path, &result);
+  ASSERT_TRUE(file);
+  ASSERT_EQ(file->Info().frameCount, frames);
+  for (std::uint32_t f : {0u, 1717u, frames - 1}) {
+    framekit::DecodedFrame frame;
+    ASSERT_EQ(file->ReadFrame(f, frame), 0);
+    fill(f);
+    EXPECT_EQ(std::memcmp(frame.pixels.data(), pixels.data(), frame.pixels.size()), 0) << f;
+    EXPECT_TRUE(frame.metadata == test::PatternBlock(f));
+  }
+  std::string out;
+  EXPECT_EQ(test::RunCommand("tiffinfo " + path + " | grep -c 'TIFF Directory'", &out), 0);
+  EXPECT_EQ(std::stoul(out), frames);
+  EXPECT_EQ(test::RunPython("from PIL import Image\nim = Image.open('" + path + "')\n"
+                            "im.seek(" + std::to_string(frames - 1) + "); im.load()\n"
+                            "print(im.size, im.mode, im.n_frames)\n", &out), 0) << out;
+  EXPECT_THAT(out, ::testing::HasSubstr("(1280, 1024)"));
 }
 
 }  // namespace
