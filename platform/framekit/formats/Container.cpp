@@ -215,9 +215,10 @@ class ContainerFile final : public ImageFile {
     frameBytes_ = std::uint64_t{info_.width} * info_.height * pixelLayout_.bytesPerPixel;
     if (GetLE<std::uint64_t>(head + kOffFrameBytes) != frameBytes_) return kFkDamagedImage;
     const std::uint32_t count = GetLE<std::uint32_t>(head + kOffFrameCount);
-    // Index the records that the file holds whole; a cut file keeps its whole frames.
+    // Index the records that the file holds whole; a cut file keeps its whole
+    // frames, and a file never closed (count 0) all the records it has.
     std::uint64_t at = kHeaderSize;
-    for (std::uint32_t i = 0; i < count; ++i) {
+    for (std::uint32_t i = 0; count == 0 ? i < UINT32_MAX : i < count; ++i) {
       std::uint64_t record = frameBytes_ + kMetadataBlockSize;
       std::uint64_t stored = frameBytes_;
       if (layout_->compressed) {

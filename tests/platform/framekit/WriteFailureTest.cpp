@@ -125,6 +125,28 @@ TEST(WriteFailures, ADiskFillingUpMidFileKeepsTheWholeFramesWritten) {
   }
 }
 
+TEST(WriteFailures, AContainerNeverClosedStillShowsItsFrames) {
+  test::TempDir dir;
+  const test::FrameSpec spec{32, 16, 12};
+  for (const char* ext : {"mrf", "mcf"}) {
+    const std::string path = dir.File(std::string("open.") + ext);
+    FrameHandle handle = nullptr;
+    ASSERT_EQ(OpenOutput(path.c_str(), 1, &handle), 0);
+    const FrameHeader header = test::MakeHeader(spec);
+    for (std::uint32_t i = 0; i < 3; ++i)
+      ASSERT_EQ(WriteFrame(handle, i, 10, &header, test::PatternBlock(i).data(), test::PatternFrame(spec, i).data()), 0);
+    // As after a crash: the header still counts no frames.
+    int result = 0;
+    auto file = framekit::OpenImageFile(path, &result);
+    ASSERT_TRUE(file) << ext;
+    EXPECT_EQ(file->Info().frameCount, 3u) << ext;
+    framekit::DecodedFrame frame;
+    ASSERT_EQ(file->ReadFrame(2, frame), 0);
+    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, 2));
+    EXPECT_EQ(CloseOutput(handle), 0);
+  }
+}
+
 TEST(WriteFailures, AMultipageTiffCutShortFailsCleanly) {
   test::TempDir dir;
   const test::FrameSpec spec{256, 128, 16};
