@@ -57,6 +57,8 @@ void FillGreyPalette(FrameHeader& header);
 // counts the colour channels only.
 struct ImageInfo : FrameHeader {};
 static_assert(sizeof(ImageInfo) == kFrameHeaderSize);
+static_assert(offsetof(ImageInfo, colorKind) == 16);
+static_assert(offsetof(ImageInfo, palette) == 48);
 
 // Options of one file type, and one entry of a compressor list.
 struct CodecEntry {

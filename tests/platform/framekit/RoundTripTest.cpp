@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 #include <filesystem>
 #include <fstream>
 
@@ -167,6 +169,37 @@ TEST(RoundTripExtras, JpegFollowsItsQualityOption) {
   FrameOptions reset;
   reset.quality = framekit::kDefaultJpegQuality;
   SetOptions(3, &reset);
+}
+
+// Parallel jobs write through the library at once, each on its own handle.
+TEST(RoundTripExtras, ParallelWritersOnDifferentHandlesKeepTheirFrames) {
+  test::TempDir dir;
+  const char* const extensions[] = {"mpt", "mcf", "png", "jpg", "dpx", "mrf"};
+  std::vector<std::thread> threads;
+  std::atomic<int> failures{0};
+  for (int t = 0; t < 6; ++t)
+    threads.emplace_back([&, t] {
+      const FrameSpec spec{64 + static_cast<std::uint32_t>(t), 32, t % 2 ? 8u : 24u};
+      const std::string ext = extensions[t];
+      const bool multi = ext == "mpt" || ext == "mcf" || ext == "mrf";
+      for (int round = 0; round < 5; ++round)
+        if (test::WritePatternFile(dir.File(std::to_string(t) + "_" + std::to_string(round) + "." + ext), spec,
+                                   multi ? 4 : 1) != 0)
+          ++failures;
+    });
+  for (auto& th : threads) th.join();
+  ASSERT_EQ(failures, 0);
+  for (int t = 0; t < 6; ++t) {
+    const std::string ext = extensions[t];
+    if (ext == "jpg") continue;  // lossy
+    const FrameSpec spec{64 + static_cast<std::uint32_t>(t), 32, t % 2 ? 8u : 24u};
+    int result = 0;
+    auto file = framekit::OpenImageFile(dir.File(std::to_string(t) + "_4." + ext), &result);
+    ASSERT_TRUE(file) << ext;
+    framekit::DecodedFrame frame;
+    ASSERT_EQ(file->ReadFrame(0, frame), 0);
+    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, 0)) << ext;
+  }
 }
 
 TEST(RoundTripExtras, ContainerHeaderFollowsTheDocumentedLayout) {
