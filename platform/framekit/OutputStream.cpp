@@ -63,7 +63,10 @@ void OutputStream::WriteAt(std::uint64_t offset, const void* data, std::size_t b
 }
 
 bool OutputStream::Flush() {
-  if (failed_ || fd_ < 0) return failed_ = true, false;
+  if (failed_ || fd_ < 0) {
+    failed_ = true;
+    return false;
+  }
   if (!buffer_.empty()) {
     if (!WriteAll(buffer_.data(), buffer_.size())) failed_ = true;
     buffer_.clear();

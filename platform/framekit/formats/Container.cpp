@@ -70,7 +70,7 @@ void DeltaFrame(std::uint8_t* data, std::uint32_t width, std::uint32_t height, c
 
 class ContainerWriter final : public FrameWriter {
  public:
-  ContainerWriter(int fd, const Layout& layout) : out_(fd), layout_(layout) {}
+  ContainerWriter(int fd, const Layout& layout) : out_(fd), layout_(layout), fd_(fd) {}
   ~ContainerWriter() override { Finish(); }
 
   int Write(const FrameData& frame) override {
@@ -122,8 +122,6 @@ class ContainerWriter final : public FrameWriter {
     return (failedBefore || !patched || !closed) ? kFkWriteFailed : 0;
   }
 
-  void SetDescriptor(int fd) { fd_ = fd; }
-
  private:
   std::uint64_t DurableSize() const {
     const off_t end = ::lseek(fd_, 0, SEEK_END);
@@ -172,7 +170,7 @@ class ContainerWriter final : public FrameWriter {
 
   OutputStream out_;
   Layout layout_;
-  int fd_ = -1;
+  int fd_;  // owned by out_; used for the count at the end
   bool started_ = false, finished_ = false;
   FrameHeader header_;
   std::vector<std::uint64_t> frameEnds_;
@@ -299,9 +297,7 @@ std::unique_ptr<FrameWriter> CreateContainerWriter(int fd, const std::string&, c
     *result = kFkTypeNotAvailable;
     return nullptr;
   }
-  auto writer = std::make_unique<ContainerWriter>(fd, *layout);
-  writer->SetDescriptor(fd);
-  return writer;
+  return std::make_unique<ContainerWriter>(fd, *layout);
 }
 
 std::unique_ptr<ImageFile> OpenContainerFile(const std::string& path, int* result) {
