@@ -18,7 +18,7 @@ struct FrameSpec {
 
 // The header that the frame step would fill for such a frame.
 FrameHeader MakeHeader(const FrameSpec& spec);
-// Bytes a frame of the spec takes (a mosaic: one plane of bits / 3).
+// Bytes such a frame takes (a mosaic: one plane of bits / 3).
 std::size_t FrameBytes(const FrameSpec& spec);
 // Pixels that use the whole value range of the depth and differ per frame,
 // row, column and channel: samples are right-aligned and never exceed the depth.
