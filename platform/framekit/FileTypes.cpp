@@ -12,8 +12,7 @@ constexpr std::uint32_t kMovie = kOffered | kMultiFrame | kCodecDialog | kPlayba
 // Capabilities: single-image types write one file per frame; the suite's
 // containers keep a colour source's mosaic; TP2 and T2C join an 8-bit frame
 // and its block in one buffer, so they are never deep. Movies are 8 bits a
-// channel. The movie and Chapter 10 writers are not part of this build yet:
-// their slot is empty and opening such a file fails with "type not available".
+// channel; Chapter 10 keeps whatever depth comes, mosaic or not.
 constexpr std::array<FileTypeRow, 20> kTypes{{
     {1, 200, "TIFF File (*.tif)", "tif", kOffered | kDeep, CreateTiffWriter},
     {2, 201, "BITMAP File (*.bmp)", "bmp", kOffered, CreateBmpWriter},
@@ -31,16 +30,16 @@ constexpr std::array<FileTypeRow, 20> kTypes{{
      CreateContainerWriter},
     {14, 213, "Multipage Compressed File (*.mcf)", "mcf", kOffered | kMultiFrame | kDeep | kMosaic,
      CreateContainerWriter},
-    {13, 216, "Audio Video Interleaved - AVI (*.avi)", "avi", kMovie, nullptr},
+    {13, 216, "Audio Video Interleaved - AVI (*.avi)", "avi", kMovie, CreateMovieWriter},
     {15, 214, "Weinberger Sequence File (*.bld)", "bld", kOffered | kMultiFrame | kDeep,
      CreateContainerWriter},
-    {16, 215, "Moving Picture Experts Group (*.mpg)", "mpg", kMovie, nullptr},
-    {18, 217, "H.264 MPEG (*.mp4)", "mp4", kMovie, nullptr},
-    {20, 218, "Apple Quick Time (*.mov)", "mov", kMovie, nullptr},
+    {16, 215, "Moving Picture Experts Group (*.mpg)", "mpg", kMovie, CreateMovieWriter},
+    {18, 217, "H.264 MPEG (*.mp4)", "mp4", kMovie, CreateMovieWriter},
+    {20, 218, "Apple Quick Time (*.mov)", "mov", kMovie, CreateMovieWriter},
     {17, 222, "Windows Media Video 9 File (*.wmv)", "wmv", kOffered | kMultiFrame | kPlaybackRate,
-     nullptr},
+     CreateMovieWriter},
     {34, 221, "IRIG 106 Chapter 10 File (*.ch10)", "ch10", kOffered | kMultiFrame | kDeep | kMosaic,
-     nullptr},
+     CreateChapter10Writer},
     {21, 219, "Type-2 Continuous (*.t2c)", "t2c", kOffered | kMultiFrame | kMosaic,
      CreateContainerWriter},
 }};

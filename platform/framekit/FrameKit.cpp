@@ -1,5 +1,6 @@
 #include "platform/framekit/FrameKit.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -8,9 +9,11 @@
 #include <mutex>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/cordage/TextField.h"
 #include "platform/framekit/FileTypes.h"
+#include "platform/framekit/MovieCodecs.h"
 #include "platform/framekit/PixelLayout.h"
 
 namespace tarnvel {
@@ -49,6 +52,8 @@ FrameOptions DefaultOptions(int fileType) {
   } else if (fileType == 11) {
     options.handler = framekit::kTiffNoCompression;
     CopyText(options.name, "Uncompressed");
+  } else if (framekit::IsMovieType(fileType)) {
+    options = framekit::MovieDefaultOptions(fileType);
   }
   return options;
 }
@@ -190,6 +195,8 @@ int SetOptions(int fileType, const FrameOptions* options) {
         h != framekit::kTiffDeflate && h != framekit::kTiffPackBits)
       return kFkBadArgument;
   }
+  if (framekit::IsMovieType(fileType) && !framekit::MovieHandlerKnown(fileType, copy.handler))
+    return kFkBadArgument;
   OptionStore& store = Options();
   std::lock_guard lock(store.mutex);
   store.options[static_cast<std::size_t>(fileType)] = copy;
@@ -218,22 +225,22 @@ int ListCodecs(int fileType, CodecEntry* entries, std::uint32_t* count) {
                                      {framekit::kTiffLzw, 0, 0, "LZW"},
                                      {framekit::kTiffDeflate, 0, 0, "Deflate (zip)"},
                                      {framekit::kTiffPackBits, 0, 0, "PackBits"}};
-  std::span<const Listed> list;
-  if (fileType == 3) list = kJpeg;
-  if (fileType == 11) list = kTiff;
-  const std::uint32_t room = *count;
-  if (entries == nullptr && room > 0) return kFkBadArgument;
-  *count = 0;
-  for (const Listed& item : list) {
-    if (*count == room) break;
-    CodecEntry& entry = entries[(*count)++];
-    entry = CodecEntry{};
+  std::span<const Listed> listed;
+  if (fileType == 3) listed = kJpeg;
+  if (fileType == 11) listed = kTiff;
+  std::vector<CodecEntry> list = framekit::MovieCodecList(fileType);
+  for (const Listed& item : listed) {
+    CodecEntry& entry = list.emplace_back();
     entry.reserved = static_cast<std::uint32_t>(fileType);
     entry.handler = item.handler;
     entry.flags = item.flags;
     entry.quality = item.quality;
     CopyText(entry.name, item.name);
   }
+  const std::uint32_t room = *count;
+  if (entries == nullptr && room > 0) return kFkBadArgument;
+  *count = static_cast<std::uint32_t>(std::min<std::size_t>(room, list.size()));
+  std::copy_n(list.begin(), *count, entries);
   return 0;
 }
 

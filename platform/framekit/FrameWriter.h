@@ -43,5 +43,7 @@ std::unique_ptr<FrameWriter> CreatePngWriter(int, const std::string&, const File
 std::unique_ptr<FrameWriter> CreateDpxWriter(int, const std::string&, const FileTypeRow&, int*);
 std::unique_ptr<FrameWriter> CreateTgaWriter(int, const std::string&, const FileTypeRow&, int*);
 std::unique_ptr<FrameWriter> CreateContainerWriter(int, const std::string&, const FileTypeRow&, int*);
+std::unique_ptr<FrameWriter> CreateMovieWriter(int, const std::string&, const FileTypeRow&, int*);
+std::unique_ptr<FrameWriter> CreateChapter10Writer(int, const std::string&, const FileTypeRow&, int*);
 
 }  // namespace tarnvel::framekit
