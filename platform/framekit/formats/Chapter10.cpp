@@ -8,6 +8,7 @@
 #include <bit>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -46,6 +47,12 @@ constexpr std::size_t kHeaderBytes = 24;
 constexpr std::size_t kMaxSegment = 524160;
 constexpr std::uint64_t kTicksPerSecond = 10'000'000;  // relative time counter, 10 MHz
 constexpr std::uint64_t kCounterMask = (1ull << 48) - 1;
+
+std::string RateText(double rate) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.6g", rate);
+  return text;
+}
 
 int Bcd(int value) { return (value / 10) << 4 | value % 10; }
 
@@ -131,7 +138,7 @@ class Chapter10Writer final : public FrameWriter {
     line("G\\COM:Channel 2 images " + std::to_string(width_) + " x " + std::to_string(height_) + ", " +
          std::to_string(layout_.significantBits) + " bits a sample in " + std::to_string(layout_.sampleBytes * 8) +
          "-bit little-endian samples, " + kind + (mosaic_ ? " order " + std::to_string(header.mosaicOrder) : "") +
-         ", rows top to bottom, " + std::to_string(rate_) + " frames a second");
+         ", rows top to bottom, " + RateText(rate_) + " frames a second");
     line("G\\COM:Channel 3 the 1024-byte camera block of each frame, at the relative time of its image");
     line("R-1\\ID:Camera");
     line("R-1\\N:2");
