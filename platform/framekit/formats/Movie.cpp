@@ -34,7 +34,7 @@ namespace {
 enum class QualityScale {
   kNone,    // lossless or fixed-rate: no quality
   kQScale,  // FFmpeg's quantiser scale, 31 (worst) to 2 (best)
-  kCrf,     // x264's constant rate factor, 51 (worst) to 1 (best)
+  kCrf,     // x264's constant rate factor, 45 (worst) to 10 (best) of its 51 to 0
 };
 
 struct Encoder {
@@ -70,9 +70,10 @@ constexpr Encoder kEncoders[] = {
      QualityScale::kQScale, nullptr, nullptr},
 };
 
-// The quality used where the type's options carry none (every type but AVI):
-// close to the best, as a measurement movie wants.
-constexpr std::uint32_t kFixedQuality = 9000;
+// Where the type's options carry no quality (every type but AVI), the
+// encoders run at a fixed one that keeps detail, as a measurement movie wants.
+constexpr int kFixedQScale = 3;
+constexpr double kFixedCrf = 17.0;
 constexpr std::uint32_t kDefaultAviQuality = 9000;
 
 struct MovieType {
@@ -110,9 +111,11 @@ bool Lists(const MovieType& type, std::uint32_t handler) {
   return handler != 0 && std::find(type.handlers.begin(), type.handlers.end(), handler) != type.handlers.end();
 }
 
-// Quality 0 to 10000 onto the encoder's own scale, monotonically.
+// Quality 0 to 10000 onto the encoder's own scale, monotonically. x264 is
+// kept away from both ends: past 45 nothing is left to see, and below 10 the
+// file only grows.
 int QScaleOf(std::uint32_t quality) { return 31 - static_cast<int>((quality * 29 + 5000) / 10000); }
-double CrfOf(std::uint32_t quality) { return 51.0 - quality * 50.0 / 10000.0; }
+double CrfOf(std::uint32_t quality) { return 45.0 - quality * 35.0 / 10000.0; }
 
 // The header's rate is a float: whole rates and the 1000/1001 television
 // rates are recognised, others kept to five digits.
@@ -169,7 +172,14 @@ class MovieWriter final : public FrameWriter {
     }
     if (const int result = Convert(frame.pixels); result != 0) return result;
     picture_->pts = nextPts_++;
-    return Encode(picture_.get());
+    if (const int result = Encode(picture_.get()); result != 0) return result;
+    // What the muxer has finished goes to the disk now: the file then ends on
+    // a whole packet or fragment, and that is where a later failure cuts it.
+    avio_flush(io_.get());
+    if (ioError_) return Failure(kFkWriteFailed);
+    struct stat info {};
+    if (::fstat(fd_, &info) == 0) wholeBytes_ = info.st_size;
+    return 0;
   }
 
   int Finish() override {
@@ -183,6 +193,9 @@ class MovieWriter final : public FrameWriter {
       // After an encoder failure the file is still whole: finish it. After a
       // failed write the file ends where the disk stopped it.
       if (headerWritten_ && !ioError_) av_write_trailer(format_.get());
+      // A part-written packet or fragment would hide the whole ones before it
+      // from readers. The failure is already the result, whatever this gives.
+      if (ioError_ && wholeBytes_ > 0) CutTo(wholeBytes_);
       result = failure_;
     }
     if (result == 0) result = CheckStillLinked();
@@ -198,6 +211,10 @@ class MovieWriter final : public FrameWriter {
       failure_ = result;
     }
     return result;
+  }
+
+  void CutTo(off_t bytes) const {
+    [[maybe_unused]] const int cut = ::ftruncate(fd_, bytes);
   }
 
   // A file whose folder vanished while it was written is gone with it.
@@ -240,10 +257,6 @@ class MovieWriter final : public FrameWriter {
     return Lists(type_, options.handler) ? options.handler : type_.handlers[0];
   }
 
-  std::uint32_t ChosenQuality() const {
-    if (!type_.qualityFromOptions) return kFixedQuality;
-    return std::min<std::uint32_t>(OptionsInForce(type_.optionsType).quality, 10000);
-  }
 
   int Start(const FrameHeader& header) {
     QuietFfmpeg();
@@ -306,15 +319,18 @@ class MovieWriter final : public FrameWriter {
       c.color_trc = AVCOL_TRC_SMPTE170M;
     }
     if (format_->oformat->flags & AVFMT_GLOBALHEADER) c.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    const std::uint32_t quality = ChosenQuality();
+    const bool fromOptions = type_.qualityFromOptions;
+    const std::uint32_t quality = std::min<std::uint32_t>(OptionsInForce(type_.optionsType).quality, 10000);
     switch (encoder.scale) {
-      case QualityScale::kQScale:
+      case QualityScale::kQScale: {
+        const int scale = fromOptions ? QScaleOf(quality) : kFixedQScale;
         c.flags |= AV_CODEC_FLAG_QSCALE;
-        c.global_quality = FF_QP2LAMBDA * QScaleOf(quality);
-        c.qmin = c.qmax = QScaleOf(quality);
+        c.global_quality = FF_QP2LAMBDA * scale;
+        c.qmin = c.qmax = scale;
         break;
+      }
       case QualityScale::kCrf:
-        av_opt_set_double(c.priv_data, "crf", CrfOf(quality), 0);
+        av_opt_set_double(c.priv_data, "crf", fromOptions ? CrfOf(quality) : kFixedCrf, 0);
         break;
       case QualityScale::kNone:
         break;
@@ -425,6 +441,7 @@ class MovieWriter final : public FrameWriter {
   std::int64_t nextPts_ = 0;
   bool ioError_ = false;
   bool headerWritten_ = false;
+  off_t wholeBytes_ = 0;  // the file up to the last frame that reached it whole
   bool failed_ = false;
   int failure_ = 0;
 };

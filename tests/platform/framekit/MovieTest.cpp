@@ -361,9 +361,11 @@ TEST(Movies, AMovieCutShortStillPlays) {
     EXPECT_EQ(Probe(path)["nb_read_frames"], "17") << extension;
   }
   // A disk that fills up: a positive result, and the file plays up to the
-  // frames that reached it (MP4 and QuickTime: to the last whole fragment).
+  // frames that reached it (MP4 and QuickTime: to the last whole fragment,
+  // which for H.264 is a key frame and what follows it, about a second).
   SetHandler(20, FourCc("MJPG"));
   SetHandler(13, FourCc("MJPG"), 9000);
+  movie.frames = 100;
   for (const char* extension : {"avi", "mpg", "mp4", "mov"}) {
     SCOPED_TRACE(extension);
     const std::string whole = dir.File(std::string("whole.") + extension);
@@ -377,7 +379,7 @@ TEST(Movies, AMovieCutShortStillPlays) {
     EXPECT_EQ(result, kFkWriteFailed);
     const int played = std::atoi(Probe(path)["nb_read_frames"].c_str());
     EXPECT_GE(played, 5);
-    EXPECT_LT(played, 40);
+    EXPECT_LT(played, 100);
   }
   SetHandler(20, 0);
   SetHandler(13, 0, 9000);
