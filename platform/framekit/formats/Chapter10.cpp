@@ -13,6 +13,7 @@
 #include <ctime>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "platform/framekit/FileTypes.h"
@@ -80,14 +81,20 @@ class Chapter10Writer final : public FrameWriter {
     }
     WriteImage(frame.pixels, ticks);
     ++frameCount_;
-    // Each frame reaches the disk whole before the next: a cut file ends on a packet.
-    return out_.Flush() ? 0 : kFkWriteFailed;
+    // Each frame reaches the disk whole before the next; after a failure the
+    // file is cut back to the last whole frame.
+    if (!out_.Flush()) return kFkWriteFailed;
+    wholeBytes_ = out_.Position();
+    return 0;
   }
 
   int Finish() override {
     struct stat info {};
     // A file whose folder vanished while it was written is gone with it.
     const bool unlinked = ::fstat(fd_, &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink == 0;
+    if (out_.Failed() && S_ISREG(info.st_mode)) {
+      [[maybe_unused]] const int cut = ::ftruncate(fd_, static_cast<off_t>(wholeBytes_));
+    }
     const bool closed = out_.Close();
     return closed && !unlinked ? 0 : kFkWriteFailed;
   }
@@ -239,6 +246,7 @@ class Chapter10Writer final : public FrameWriter {
   std::uint64_t startNanoseconds_ = 0;
   std::uint64_t frameCount_ = 0;
   std::uint64_t nextTimeTicks_ = 0;
+  std::uint64_t wholeBytes_ = 0;  // the file up to the last frame written whole
   std::uint8_t sequence_[4] = {};
 };
 

@@ -326,11 +326,14 @@ TEST(Chapter10, AFullDiskEndsWithAFailureAndWholePacketsBeforeIt) {
     result = WriteCh10(path, spec);
   }
   EXPECT_EQ(result, kFkWriteFailed);
-  const Reading r = ReadPackets(test::ReadFile(path));
+  const std::string file = test::ReadFile(path);
+  const Reading r = ReadPackets(file);
   EXPECT_TRUE(r.problems.empty());
+  EXPECT_EQ(r.bytesRead, file.size()) << "cut back to the last whole frame";
   std::vector<std::string> problems;
   const Ch10Frames f = Rebuild(r, &problems);
   EXPECT_GE(f.images.size(), 4u);
+  EXPECT_EQ(f.blocks.size(), f.images.size());
   for (std::size_t i = 0; i < f.images.size(); ++i) EXPECT_EQ(f.images[i], Pixels(256 * 256 * 2, std::uint32_t(i)));
   if (std::filesystem::exists("/dev/full")) {
     std::filesystem::create_symlink("/dev/full", dir.File("full.ch10"));
