@@ -38,13 +38,10 @@ function(tarnvel_test name)
     PROPERTIES ENVIRONMENT "TARNVEL_SOURCE_DIR=${PROJECT_SOURCE_DIR};TARNVEL_BINARY_DIR=${PROJECT_BINARY_DIR}")
 endfunction()
 
-# tarnvel_fuzzer(NAME SOURCES... [LIBS ...]): a libFuzzer target, only with TARNVEL_FUZZ.
+# tarnvel_fuzzer(NAME SOURCES... [LIBS ...]): a libFuzzer target (tests/fuzz, built with TARNVEL_FUZZ).
 function(tarnvel_fuzzer name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
-  if(TARNVEL_FUZZ)
-    add_executable(${name} ${ARG_SOURCES})
-    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
-    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-    target_link_libraries(${name} PRIVATE tarnvel_settings ${ARG_LIBS})
-  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  target_link_libraries(${name} PRIVATE tarnvel_settings ${ARG_LIBS})
 endfunction()
