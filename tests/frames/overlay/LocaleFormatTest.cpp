@@ -72,3 +72,32 @@ TEST(LocaleFormat, ReadsTheRegistryKeyThenTheLocale) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// Without a registry key the POSIX locale gives the formats. The locales are
+// compiled into a folder of the test's own.
+TEST(LocaleFormat, PosixLocaleWithoutRegistryKey) {
+  test::TempDir dir;
+  ::setenv("TARNVEL_USER_REGISTRY", dir.File("none.reg").c_str(), 1);
+  for (const char* name : {"de_DE", "en_US"})
+    ASSERT_EQ(test::RunCommand("localedef -i " + std::string(name) + " -f UTF-8 " + dir.File(name) + ".UTF-8"), 0);
+  ::setenv("LOCPATH", dir.path().c_str(), 1);
+  ::setenv("LC_ALL", "de_DE.UTF-8", 1);
+  const LocaleFormat german;
+  EXPECT_EQ(german.DateSeparator(), '.');
+  EXPECT_EQ(german.DayFirst(), 1u);
+  EXPECT_EQ(german.Hours24(), 1u);
+  ::setenv("LC_ALL", "en_US.UTF-8", 1);
+  const LocaleFormat american;
+  EXPECT_EQ(american.DateSeparator(), '/');
+  EXPECT_EQ(american.TimeSeparator(), ':');
+  EXPECT_EQ(american.DayFirst(), 0u);
+  EXPECT_EQ(american.Hours24(), 0u);
+  ::unsetenv("LC_ALL");
+  ::unsetenv("LOCPATH");
+}
+
+}  // namespace
+}  // namespace tarnvel
