@@ -99,7 +99,7 @@ int ReadChannelBinary(const char* path, ChannelFileHeader* header, ChannelCodes*
   // head-only read as well, so that both reads agree on every file.
   if (std::fseek(file.get(), 0, SEEK_END) != 0) return 0;
   const long bytes = std::ftell(file.get());
-  if (bytes < 0) return 0;
+  if (bytes < static_cast<long>(sizeof *header)) return 0;
   const std::uint64_t held = (static_cast<std::uint64_t>(bytes) - sizeof *header) / sizeof(float);
   if (held < header->Size) return 0;
   if (headerOnly) return 1;
@@ -136,6 +136,10 @@ std::uint32_t ChannelData::EnabledMask() const {
 }
 
 int ChannelData::EnabledCount() const { return std::popcount(EnabledMask()); }
+
+double ChannelData::DurationSeconds() const {
+  return header.Rate ? static_cast<double>(header.Size) / header.Rate : 0.0;
+}
 
 bool ChannelData::CodeAt(std::int64_t index, std::uint16_t* code) const {
   if (index < 0 || index >= static_cast<std::int64_t>(codes.size())) return false;

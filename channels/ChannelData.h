@@ -104,6 +104,8 @@ struct ChannelData {
   // Bit i set: channel i is enabled.
   std::uint32_t EnabledMask() const;
   int EnabledCount() const;
+  // Seconds the samples span: Size / Rate, both counted over all channels.
+  double DurationSeconds() const;
   // The code of sample `index`, or false when the index lies outside the data.
   bool CodeAt(std::int64_t index, std::uint16_t* code) const;
 };
