@@ -1,10 +1,18 @@
 #include "channels/ChannelXls.h"
 
+#include <fcntl.h>
 #include <freexl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -82,9 +90,7 @@ struct SheetRow {
   unsigned int row;
 };
 
-}  // namespace
-
-int ReadChannelXls(const char* path, ChannelFileHeader* header, ChannelCodes* samples, bool headerOnly) {
+int ReadWorkbook(const char* path, ChannelFileHeader* header, ChannelCodes* samples, bool headerOnly) {
   Workbook book(path);
   if (!book.IsOpen() || !book.SelectSheet("PGDA1")) return 0;
   unsigned int rowCount = 0;
@@ -142,6 +148,98 @@ int ReadChannelXls(const char* path, ChannelFileHeader* header, ChannelCodes* sa
       if (!book.Number(row.row, static_cast<unsigned short>(channelColumn[i]), &volts)) volts = 0;
       (*samples)[index++] = CodeFromVolts(ToFloat(volts));
     }
+  }
+  return 1;
+}
+
+// The most a workbook can give: 65,535 rows of 16 channels.
+constexpr std::size_t kMaxReplyBytes = sizeof(ChannelFileHeader) + 4 + 65536u * kChannelCount * 2;
+constexpr auto kReadTimeLimit = std::chrono::seconds(60);
+
+bool WriteAll(int fd, const void* data, std::size_t size) {
+  const char* p = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t n = ::write(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    p += n;
+    size -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Runs in the child: reads the workbook and sends header, count and codes.
+[[noreturn]] void ReadInChild(int fd, const char* path, bool headerOnly) {
+  ChannelFileHeader header{};
+  ChannelCodes codes;
+  const int ok = ReadWorkbook(path, &header, &codes, headerOnly);
+  const std::uint32_t count = static_cast<std::uint32_t>(codes.size());
+  const bool sent = ok && WriteAll(fd, &header, sizeof header) && WriteAll(fd, &count, sizeof count) &&
+                    WriteAll(fd, codes.data(), codes.size() * sizeof(std::uint16_t));
+  ::_exit(sent ? 0 : 1);
+}
+
+// Collects the child's reply up to its end, within the time limit; false on
+// timeout or a reply beyond the largest possible one.
+bool ReadReply(int fd, std::string* reply) {
+  const auto deadline = std::chrono::steady_clock::now() + kReadTimeLimit;
+  char buffer[65536];
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    pollfd wait{fd, POLLIN, 0};
+    const int ready = ::poll(&wait, 1, static_cast<int>(left.count()));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return false;
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    if (n == 0) return true;
+    reply->append(buffer, static_cast<std::size_t>(n));
+    if (reply->size() > kMaxReplyBytes) return false;
+  }
+}
+
+}  // namespace
+
+// FreeXL has been seen to write past its own stack buffers on damaged
+// workbooks. The workbook is therefore parsed in a child process of its own:
+// whatever a hostile file does there, the converter only sees a failed read.
+int ReadChannelXls(const char* path, ChannelFileHeader* header, ChannelCodes* samples, bool headerOnly) {
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) return 0;
+  const pid_t child = ::fork();
+  if (child < 0) {
+    ::close(fds[0]);
+    ::close(fds[1]);
+    return 0;
+  }
+  if (child == 0) {
+    ::close(fds[0]);
+    ReadInChild(fds[1], path, headerOnly);
+  }
+  ::close(fds[1]);
+  std::string reply;
+  const bool complete = ReadReply(fds[0], &reply);
+  ::close(fds[0]);
+  if (!complete) ::kill(child, SIGKILL);
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (!complete || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return 0;
+
+  std::uint32_t count = 0;
+  if (reply.size() < sizeof *header + sizeof count) return 0;
+  std::memcpy(header, reply.data(), sizeof *header);
+  std::memcpy(&count, reply.data() + sizeof *header, sizeof count);
+  if (reply.size() != sizeof *header + sizeof count + std::size_t{count} * sizeof(std::uint16_t) ||
+      count != (headerOnly ? 0 : header->Size)) {
+    *header = ChannelFileHeader{};
+    return 0;
+  }
+  if (!headerOnly) {
+    samples->resize(count);
+    std::memcpy(samples->data(), reply.data() + sizeof *header + sizeof count, std::size_t{count} * sizeof(std::uint16_t));
   }
   return 1;
 }
