@@ -68,6 +68,16 @@ TEST(XlsWriter, FreeXlOpensWhatItWrites) {
   EXPECT_EQ(cell.type, FREEXL_CELL_NULL);
   freexl_close(book);
 
+  // xlrd, a reader independent of FreeXL, sees the same sheets and cells.
+  std::string out;
+  ASSERT_EQ(test::RunCommand("/usr/bin/python3 -c \"import sys, xlrd; b = xlrd.open_workbook(sys.argv[1]); "
+                             "print([(s.name, [s.row_values(r) for r in range(s.nrows)]) for s in b.sheets()])\" " +
+                                 path,
+                             &out),
+            0)
+      << out;
+  EXPECT_EQ(out, "[('Other', [['x'], [1.0]]), ('PGDA1', [['Times', 'Channel0'], [0.5, -1.25], ['7.5', '']])]\n");
+
   EXPECT_FALSE(WriteXlsWorkbook(path, {}));
   EXPECT_FALSE(WriteXlsWorkbook(path, {{std::string(40, 'n'), {}}}));
   EXPECT_FALSE(WriteXlsWorkbook(path, {{"S", std::vector<std::vector<XlsCell>>(65537)}}));
@@ -190,6 +200,15 @@ TEST(ChannelXls, LargeWorkbookNeedsTheTableIndex) {
     sheet.rows.push_back({N(r * 0.0001), N(r % 20 - 10.0), N(1), N(-1), N((r % 7) * 0.5), N(2), N(3), N(4)});
   ASSERT_TRUE(WriteXlsWorkbook(path, {sheet}));
   EXPECT_GT(std::filesystem::file_size(path), 109u * 128u * 512u);
+  // xlrd, a reader independent of FreeXL, sees the same cells.
+  std::string out;
+  ASSERT_EQ(test::RunCommand("/usr/bin/python3 -c \"import sys, xlrd; s = xlrd.open_workbook(sys.argv[1]).sheet_by_name('PGDA1'); "
+                             "print(s.nrows, s.ncols, s.cell_value(0, 7), s.cell_value(59999, 0), s.cell_value(12345, 1))\" " +
+                                 path,
+                             &out),
+            0)
+      << out;
+  EXPECT_EQ(out, "60001 8 Channel6 5.9998000000000005 -6.0\n");  // rows r = 59998 and r = 12344
   Read r = ReadBook(path);
   ASSERT_EQ(r.ok, 1);
   EXPECT_EQ(r.header.Size, 420000u);
