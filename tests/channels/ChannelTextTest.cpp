@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
@@ -377,6 +378,12 @@ TEST(ChannelTextHostile, GarbageLongLinesAndHugeLines) {
         EXPECT_TRUE(r.codes.empty()) << name;
       }
     }
+  }
+
+  // A folder under a channel file's name reads as nothing.
+  for (const char* name : {"d.asc", "d.csv", "d.plt", "d.lvm", "d.xml", "d.xls", "d.dat"}) {
+    std::filesystem::create_directory(dir.path() / name);
+    EXPECT_EQ(ReadAll(dir.File(name)).ok, 0) << name;
   }
 
   // A heading of 10,000 characters keeps its first 511.
