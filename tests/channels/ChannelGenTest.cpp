@@ -98,6 +98,38 @@ TEST(ChannelGen, EveryFormReadsBack) {
   EXPECT_EQ(ChannelFilePath("/rec", "run", 7), "/rec/run.CSV");
 }
 
+// Every form cut short: a read fails, or gives the rows that were whole (at
+// most the cut row differs) and zero codes behind them, never other values.
+TEST(ChannelGen, EveryFormCutShort) {
+  TempDir dir;
+  ChannelPlan plan;
+  plan.channelMask = 0b1010'0110;
+  plan.frameCount = 20;
+  plan.samplesPerFrame = 5;
+  const ChannelRecording rec = MakeChannelRecording(plan);
+  int partial = 0;
+  for (int type = 1; type <= 7; ++type) {
+    const std::string path = ChannelFilePath(dir.path().string(), "cut", type);
+    ASSERT_TRUE(WriteChannelFile(path, type, rec));
+    const std::string whole = test::ReadFile(path);
+    for (double part : {0.05, 0.3, 0.5, 0.9, 0.999}) {
+      test::WriteFile(path, whole.substr(0, static_cast<std::size_t>(whole.size() * part)));
+      ChannelFileHeader header{};
+      ChannelCodes codes;
+      const int ok = ReadChannelData(path.c_str(), nullptr, &header, &codes);
+      ASSERT_EQ(codes.size(), ok ? header.Size : 0u) << path << part;
+      if (!ok) continue;
+      ++partial;
+      EXPECT_LE(header.Size, rec.header.Size) << path << part;
+      int other = 0;
+      for (std::size_t i = 0; i < codes.size(); ++i)
+        other += codes[i] != 0 && std::fabs(codes[i] - IdealCode(rec.volts[i])) > 1.0;
+      EXPECT_LE(other, 4) << path << part;
+    }
+  }
+  EXPECT_GE(partial, 15);  // the text forms read what they hold
+}
+
 // Readers of the suite's neighbours see the same content: Python's csv and XML
 // parsers, independent of our readers.
 TEST(ChannelGen, IndependentReadersAgree) {
