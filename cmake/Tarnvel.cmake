@@ -34,7 +34,8 @@ function(tarnvel_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE tarnvel_settings tarnvel_test_support GTest::gtest_main GTest::gmock ${ARG_LIBS})
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp")
 endfunction()
 
 # tarnvel_fuzzer(NAME SOURCES... [LIBS ...]): a libFuzzer target (tests/fuzz, built with TARNVEL_FUZZ).
