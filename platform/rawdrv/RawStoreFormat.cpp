@@ -1,0 +1,133 @@
+#include "platform/rawdrv/RawStoreFormat.h"
+
+#include <cstring>
+
+namespace tarnvel::rawstore {
+namespace {
+
+bool KnownDepth(std::uint32_t bits) { return bits == 8 || bits == 10 || bits == 12 || bits == 14 || bits == 16; }
+
+// One sample of a bitstream, read from exactly the bytes that hold its bits.
+inline std::uint16_t BitstreamSample(const std::uint8_t* payload, std::size_t index, std::uint32_t bits) {
+  const std::uint64_t bit = static_cast<std::uint64_t>(index) * bits;
+  const std::size_t firstByte = bit >> 3;
+  const std::size_t lastByte = (bit + bits - 1) >> 3;
+  std::uint32_t value = 0;
+  for (std::size_t b = lastByte + 1; b-- > firstByte;) value = (value << 8) | payload[b];
+  return static_cast<std::uint16_t>((value >> (bit & 7)) & ((1u << bits) - 1));
+}
+
+// Eight samples of a bitstream fill exactly `Bits` bytes, so groups of eight
+// starting at a multiple of eight decode with constant shifts.
+template <std::uint32_t Bits>
+void UnpackBitstreamGroups(const std::uint8_t* payload, std::size_t first, std::size_t count, std::uint16_t* out) {
+  std::size_t i = 0;
+  while (i < count && (first + i) % 8 != 0) {
+    out[i] = BitstreamSample(payload, first + i, Bits);
+    ++i;
+  }
+  constexpr unsigned __int128 kMask = (1u << Bits) - 1;
+  for (; i + 8 <= count; i += 8) {
+    const std::uint8_t* group = payload + (first + i) / 8 * Bits;
+    unsigned __int128 word = 0;
+    std::memcpy(&word, group, Bits);
+    for (std::uint32_t j = 0; j < 8; ++j) out[i + j] = static_cast<std::uint16_t>((word >> (j * Bits)) & kMask);
+  }
+  for (; i < count; ++i) out[i] = BitstreamSample(payload, first + i, Bits);
+}
+
+inline std::uint16_t PairSample(const std::uint8_t* payload, std::size_t index) {
+  const std::uint8_t* p = payload + index / 2 * 3;
+  return index % 2 == 0 ? static_cast<std::uint16_t>(p[0] << 4 | p[1] >> 4)
+                        : static_cast<std::uint16_t>((p[1] & 15) << 8 | p[2]);
+}
+
+}  // namespace
+
+std::uint64_t PayloadBytes(std::uint64_t samples, std::uint32_t sampleBits, std::uint32_t packing) {
+  if (!KnownDepth(sampleBits)) return 0;
+  switch (packing) {
+    case kPackWords: return samples * (sampleBits > 8 ? 2 : 1);
+    case kPackBitstream: return (samples * sampleBits + 7) / 8;
+    case kPackPairs12: return sampleBits == 12 ? (samples * 12 + 7) / 8 : 0;
+    default: return 0;
+  }
+}
+
+void PackSamples(const std::uint16_t* samples, std::size_t count, std::uint32_t sampleBits, std::uint32_t packing,
+                 std::uint8_t* out) {
+  const std::uint32_t mask = (1u << sampleBits) - 1;
+  switch (packing) {
+    case kPackWords:
+      for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t v = samples[i] & mask;
+        if (sampleBits > 8) {
+          out[2 * i] = static_cast<std::uint8_t>(v);
+          out[2 * i + 1] = static_cast<std::uint8_t>(v >> 8);
+        } else {
+          out[i] = static_cast<std::uint8_t>(v);
+        }
+      }
+      break;
+    case kPackBitstream: {
+      std::memset(out, 0, PayloadBytes(count, sampleBits, packing));
+      for (std::size_t i = 0; i < count; ++i) {
+        const std::uint64_t bit = static_cast<std::uint64_t>(i) * sampleBits;
+        const std::uint32_t v = (samples[i] & mask) << (bit & 7);
+        for (std::size_t b = 0; b * 8 < sampleBits + (bit & 7); ++b) out[(bit >> 3) + b] |= static_cast<std::uint8_t>(v >> (8 * b));
+      }
+      break;
+    }
+    case kPackPairs12:
+      for (std::size_t i = 0; i < count; i += 2) {
+        const std::uint32_t a = samples[i] & 0xFFF;
+        const std::uint32_t b = i + 1 < count ? samples[i + 1] & 0xFFF : 0;
+        std::uint8_t* p = out + i / 2 * 3;
+        p[0] = static_cast<std::uint8_t>(a >> 4);
+        p[1] = static_cast<std::uint8_t>((a & 15) << 4 | b >> 8);
+        if (i + 1 < count) p[2] = static_cast<std::uint8_t>(b & 255);
+      }
+      break;
+    default: break;
+  }
+}
+
+void UnpackSamples(const std::uint8_t* payload, std::size_t first, std::size_t count, std::uint32_t sampleBits,
+                   std::uint32_t packing, std::uint16_t* out) {
+  const std::uint16_t mask = static_cast<std::uint16_t>((1u << sampleBits) - 1);
+  switch (packing) {
+    case kPackWords:
+      if (sampleBits == 8) {
+        for (std::size_t i = 0; i < count; ++i) out[i] = payload[first + i];
+      } else {
+        const std::uint8_t* p = payload + 2 * first;
+        for (std::size_t i = 0; i < count; ++i) {
+          out[i] = static_cast<std::uint16_t>((p[2 * i] | p[2 * i + 1] << 8) & mask);
+        }
+      }
+      break;
+    case kPackBitstream:
+      switch (sampleBits) {
+        case 8: UnpackBitstreamGroups<8>(payload, first, count, out); break;
+        case 10: UnpackBitstreamGroups<10>(payload, first, count, out); break;
+        case 12: UnpackBitstreamGroups<12>(payload, first, count, out); break;
+        case 14: UnpackBitstreamGroups<14>(payload, first, count, out); break;
+        default: UnpackBitstreamGroups<16>(payload, first, count, out); break;
+      }
+      break;
+    case kPackPairs12: {
+      std::size_t i = 0;
+      if (first % 2 != 0 && count > 0) out[i++] = PairSample(payload, first);
+      for (; i + 2 <= count; i += 2) {
+        const std::uint8_t* p = payload + (first + i) / 2 * 3;
+        out[i] = static_cast<std::uint16_t>(p[0] << 4 | p[1] >> 4);
+        out[i + 1] = static_cast<std::uint16_t>((p[1] & 15) << 8 | p[2]);
+      }
+      if (i < count) out[i] = PairSample(payload, first + i);
+      break;
+    }
+    default: break;
+  }
+}
+
+}  // namespace tarnvel::rawstore
