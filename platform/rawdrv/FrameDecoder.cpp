@@ -112,8 +112,7 @@ FrameDecoder::FrameDecoder(const StoreHeader& header, std::vector<std::uint16_t>
       black_(header.blackLevel),
       order_(header.mosaicOrder),
       colour_(header.sensorKind == kColourMosaic),
-      offsets_(std::move(offsets)),
-      row_(width_) {
+      offsets_(std::move(offsets)) {
   if (!colour_) return;
   const std::uint32_t full = (1u << bits_) - 1;
   for (int c = 0; c < 3; ++c) {
@@ -210,6 +209,7 @@ void FrameDecoder::Decode(const std::uint8_t* payload, bool mosaic, void* out) {
   const bool wide = bits_ > 8;
   const std::size_t sampleBytes = wide ? 2 : 1;
   const std::size_t samples = std::size_t{width_} * height_;
+  row_.resize(width_);  // scratch is made on the first read, not when a store is merely opened
 
   if (!colour_ || mosaic) {
     std::uint8_t* plane = target;

@@ -82,6 +82,11 @@ int ReadAt(int fd, void* buffer, std::size_t size, std::uint64_t offset) {
 
 FileDescriptor OpenRead(const std::string& path) { return FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC)); }
 
+std::uint64_t FileBytes(const FileDescriptor& file) {
+  struct stat status {};
+  return ::fstat(file.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 bool BareName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find_first_of("/\\") == std::string_view::npos;
 }
@@ -94,6 +99,7 @@ struct Recording {
   bool segmented = false;
   std::uint64_t payloadBytes = 0;
   std::vector<FileDescriptor> segments;  // opened when first needed
+  std::vector<std::uint64_t> segmentBytes;
   std::vector<bool> segmentChecked;
   std::unique_ptr<FrameDecoder> decoder;
   std::vector<std::uint8_t> payload;
@@ -140,7 +146,9 @@ int LoadCalibration(const Recording& rec, const std::string& calName, std::vecto
       cal.height != rec.header.height || cal.kind != kCalibrationBlackOffsets) {
     return kRawNoCalibration;
   }
-  offsets->resize(std::size_t{cal.width} * cal.height);
+  const std::size_t count = std::size_t{cal.width} * cal.height;
+  if (FileBytes(file) < sizeof cal + 2 * std::uint64_t{count}) return kRawNoCalibration;
+  offsets->resize(count);
   if (ReadAt(file.get(), offsets->data(), offsets->size() * 2, sizeof cal) != kRawOk) return kRawNoCalibration;
   return kRawOk;
 }
@@ -179,11 +187,12 @@ int OpenStore(Recording& rec) {
     if (const int bad = LoadCalibration(rec, calName, &offsets); bad != kRawOk) return bad;
   }
   rec.segments.resize(segmentCount);
+  rec.segmentBytes.assign(segmentCount, 0);
   rec.segmentChecked.assign(segmentCount, false);
+  rec.segmentBytes[0] = FileBytes(first);
   rec.segments[0] = std::move(first);
   rec.segmentChecked[0] = true;
   rec.decoder = std::make_unique<FrameDecoder>(h, std::move(offsets));
-  rec.payload.resize(rec.payloadBytes);
   rec.trailer.resize(h.trailerSize);
   return kRawOk;
 }
@@ -196,6 +205,7 @@ int SegmentFile(Recording& rec, std::uint32_t k, int* fd) {
     StoreHeader header{};
     if (const int bad = ReadAt(file.get(), &header, sizeof header, 0); bad != kRawOk) return bad;
     if (std::memcmp(&header, &rec.header, sizeof header) != 0) return kRawSegmentMismatch;
+    rec.segmentBytes[k] = FileBytes(file);
     rec.segments[k] = std::move(file);
     rec.segmentChecked[k] = true;
   }
@@ -211,6 +221,9 @@ int ReadRecord(Recording& rec, std::uint32_t index, void* buffer) {
   int fd = -1;
   if (const int bad = SegmentFile(rec, k, &fd); bad != kRawOk) return bad;
   const std::uint64_t recordAt = d.HeaderOffset + position * d.FrameSize;
+  // A record that the file can't hold fails before anything is read or made.
+  if (recordAt + d.FrameSize > rec.segmentBytes[k]) return kRawShortStore;
+  rec.payload.resize(rec.payloadBytes);
   const std::uint32_t trailerSize = rec.header.trailerSize;
   if (const int bad = ReadAt(fd, rec.trailer.data(), trailerSize, recordAt + d.FrameSize - trailerSize);
       bad != kRawOk) {
