@@ -23,7 +23,7 @@ bool Contains(const char* line, const char* tag) { return std::strstr(line, tag)
 std::string_view ElementValue(const char* line) {
   const char* open = std::strchr(line, '>');
   const char* close = std::strrchr(line, '<');
-  if (!open || !close || close <= open) return {};
+  if (!open || !close || close <= open) return std::string_view("");  // never a null pointer
   return {open + 1, static_cast<std::size_t>(close - open - 1)};
 }
 

@@ -132,6 +132,13 @@ TEST(RawFileDescriptor, DefaultsBlocksAndDamagedFiles) {
   ASSERT_EQ(ReadRawFileInfo(file.c_str(), 0, &info), 1);
   EXPECT_EQ(FieldText(info.Volumes), "ABCDEFG");
   EXPECT_EQ(info.FrameCount, 0u);  // no end tag: no value between '>' and '<'
+  // Tags without any value.
+  test::WriteFile(file, "<RawFile>\n<Signature>\n<ImgFileName>\n<CalFileName>\n<Volumes>\n</RawFile>\n");
+  EXPECT_EQ(ReadRawFileNames(file.c_str(), image, second, cal), 0);
+  EXPECT_STREQ(image, "");
+  EXPECT_STREQ(cal, "");
+  ASSERT_EQ(ReadRawFileInfo(file.c_str(), 0, &info), 1);
+  EXPECT_EQ(FieldText(info.Volumes), "");
 }
 
 TEST(ModelTable, IndexesAndNumbers) {
