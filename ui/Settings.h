@@ -9,9 +9,6 @@
 
 namespace tarnvel {
 
-inline constexpr const char* kCurrentSettingsKey = "Software\\OKN\\FathomBureau\\Settings";
-inline constexpr const char* kOlderSettingsKey = "Software\\OKN\\Kestrelite\\CurrentVersion";
-
 struct ParallelSettings {
   std::int32_t enabled = 0;
   std::int32_t maximum = 4;

@@ -23,6 +23,11 @@ namespace tarnvel {
 
 enum class RegistryRoot { CurrentUser, LocalMachine };
 
+// The suite's keys: the current one under the current user, the older one
+// under the local machine.
+inline constexpr const char* kCurrentSettingsKey = "Software\\OKN\\FathomBureau\\Settings";
+inline constexpr const char* kOlderSettingsKey = "Software\\OKN\\Kestrelite\\CurrentVersion";
+
 // The file that holds a root, as the environment names it.
 std::string RegistryFileOf(RegistryRoot root);
 
