@@ -67,6 +67,29 @@ inline void InterpolateSite(Site site, const At& at, int limit, int bgr[3]) {
   }
 }
 
+// The inside of a row, columns 2 to width - 3, where every neighbour lies
+// inside the mosaic: the sites alternate, so each pair of columns is one
+// even and one odd site of known kinds.
+template <Site EvenSite, Site OddSite, typename Sample>
+void InterpolateRow(const std::uint16_t* row, int w, int limit, Sample* out) {
+  int px[3];
+  const auto one = [&](int x, Site site) {
+    const std::uint16_t* centre = row + x;
+    const auto at = [centre, w](int dx, int dy) { return int{centre[dy * w + dx]}; };
+    InterpolateSite(site, at, limit, px);
+    Sample* p = out + 3 * static_cast<std::size_t>(x);
+    p[0] = static_cast<Sample>(px[0]);
+    p[1] = static_cast<Sample>(px[1]);
+    p[2] = static_cast<Sample>(px[2]);
+  };
+  int x = 2;
+  for (; x + 1 < w - 2; x += 2) {
+    one(x, EvenSite);
+    one(x + 1, OddSite);
+  }
+  if (x < w - 2) one(x, EvenSite);
+}
+
 // Turns a plane of Bytes-sized pixels by quarter turns clockwise; the source
 // is width x height, the result height x width for odd turns.
 template <std::size_t Bytes>
@@ -115,8 +138,10 @@ FrameDecoder::FrameDecoder(const StoreHeader& header, std::vector<std::uint16_t>
       offsets_(std::move(offsets)) {
   if (!colour_) return;
   const std::uint32_t full = (1u << bits_) - 1;
+  unitGains_ = true;
   for (int c = 0; c < 3; ++c) {
     const double gain = header.gains[c] == 0.0f ? 1.0 : header.gains[c];
+    unitGains_ = unitGains_ && gain == 1.0;
     gainTable_[c].resize(full + 1);
     for (std::uint32_t v = 0; v <= full; ++v) {
       gainTable_[c][v] = static_cast<std::uint16_t>(std::min<double>(full, std::floor(v * gain + 0.5)));
@@ -136,8 +161,17 @@ void FrameDecoder::DecodePlane(const std::uint8_t* payload, Sample* plane) {
   const std::size_t width = width_;
   const int black = static_cast<int>(std::min<std::uint32_t>(black_, 65536));
   for (std::size_t y = 0; y < height_; ++y) {
-    UnpackSamples(payload, y * width, width, bits_, packing_, row_.data());
     Sample* out = plane + y * width;
+    if (offsets_.empty() && black == 0) {  // nothing to subtract: unpack straight into the plane
+      if constexpr (sizeof(Sample) == 2) {
+        UnpackSamples(payload, y * width, width, bits_, packing_, out);
+        continue;
+      } else {
+        std::memcpy(out, payload + y * width, width);  // 8 bits: words and bitstream are plain bytes
+        continue;
+      }
+    }
+    UnpackSamples(payload, y * width, width, bits_, packing_, row_.data());
     const std::uint16_t* in = row_.data();
     if (!offsets_.empty()) {
       const std::uint16_t* offset = offsets_.data() + y * width;
@@ -153,6 +187,7 @@ void FrameDecoder::DecodePlane(const std::uint8_t* payload, Sample* plane) {
 }
 
 void FrameDecoder::ApplyGains(std::uint16_t* plane) const {
+  if (unitGains_) return;
   for (std::uint32_t y = 0; y < height_; ++y) {
     const std::uint16_t* even = gainTable_[kMosaic[order_][y & 1][0]].data();
     const std::uint16_t* odd = gainTable_[kMosaic[order_][y & 1][1]].data();
@@ -191,13 +226,13 @@ void FrameDecoder::Interpolate(const std::uint16_t* mosaic, Sample* bgr) const {
     }
     edgePixel(0, y);
     edgePixel(1, y);
-    const Site evenSite = SiteAt(order_, 0, y), oddSite = SiteAt(order_, 1, y);
     const std::uint16_t* row = mosaic + static_cast<std::size_t>(y) * width_;
-    for (int x = 2; x < w - 2; ++x) {
-      const std::uint16_t* centre = row + x;
-      const auto at = [centre, w](int dx, int dy) { return int{centre[dy * w + dx]}; };
-      InterpolateSite(x & 1 ? oddSite : evenSite, at, limit, px);
-      store(x, y);
+    Sample* out = bgr + 3 * static_cast<std::size_t>(y) * width_;
+    switch (SiteAt(order_, 0, y)) {
+      case kRedSite: InterpolateRow<kRedSite, kGreenInRedRow>(row, w, limit, out); break;
+      case kGreenInRedRow: InterpolateRow<kGreenInRedRow, kRedSite>(row, w, limit, out); break;
+      case kBlueSite: InterpolateRow<kBlueSite, kGreenInBlueRow>(row, w, limit, out); break;
+      case kGreenInBlueRow: InterpolateRow<kGreenInBlueRow, kBlueSite>(row, w, limit, out); break;
     }
     edgePixel(w - 2, y);
     edgePixel(w - 1, y);

@@ -34,6 +34,7 @@ class FrameDecoder {
 
   std::uint32_t width_, height_, bits_, packing_, rotation_, black_, order_;
   bool colour_;
+  bool unitGains_ = true;  // all gains 1: the gain step changes nothing
   std::vector<std::uint16_t> offsets_;
   std::vector<std::uint16_t> gainTable_[3];  // red, green, blue: s' -> limited s' x gain
   std::vector<std::uint16_t> row_;           // one unpacked row

@@ -17,23 +17,45 @@ inline std::uint16_t BitstreamSample(const std::uint8_t* payload, std::size_t in
   return static_cast<std::uint16_t>((value >> (bit & 7)) & ((1u << bits) - 1));
 }
 
-// Eight samples of a bitstream fill exactly `Bits` bytes, so groups of eight
-// starting at a multiple of eight decode with constant shifts.
+// Four samples of an even depth fill Bits / 2 whole bytes, so groups of four
+// starting at a multiple of four decode from one 64-bit load with constant
+// shifts. A group is only loaded when all eight bytes lie inside the range
+// asked for; the rest goes sample by sample.
 template <std::uint32_t Bits>
 void UnpackBitstreamGroups(const std::uint8_t* payload, std::size_t first, std::size_t count, std::uint16_t* out) {
   std::size_t i = 0;
-  while (i < count && (first + i) % 8 != 0) {
+  while (i < count && (first + i) % 4 != 0) {
     out[i] = BitstreamSample(payload, first + i, Bits);
     ++i;
   }
-  constexpr unsigned __int128 kMask = (1u << Bits) - 1;
-  for (; i + 8 <= count; i += 8) {
-    const std::uint8_t* group = payload + (first + i) / 8 * Bits;
-    unsigned __int128 word = 0;
-    std::memcpy(&word, group, Bits);
-    for (std::uint32_t j = 0; j < 8; ++j) out[i + j] = static_cast<std::uint16_t>((word >> (j * Bits)) & kMask);
+  constexpr std::uint64_t kMask = (1u << Bits) - 1;
+  const std::uint64_t endByte = ((first + count) * std::uint64_t{Bits} + 7) / 8;
+  for (; i + 4 <= count; i += 4) {
+    const std::uint64_t at = (first + i) / 4 * (Bits / 2);
+    if (at + 8 > endByte) break;
+    std::uint64_t word;
+    std::memcpy(&word, payload + at, sizeof word);
+    out[i] = static_cast<std::uint16_t>(word & kMask);
+    out[i + 1] = static_cast<std::uint16_t>(word >> Bits & kMask);
+    out[i + 2] = static_cast<std::uint16_t>(word >> 2 * Bits & kMask);
+    out[i + 3] = static_cast<std::uint16_t>(word >> 3 * Bits & kMask);
   }
   for (; i < count; ++i) out[i] = BitstreamSample(payload, first + i, Bits);
+}
+
+// One sample per byte, or per little-endian 16-bit word; also what a
+// bitstream of 8 or 16 bits is.
+void UnpackWords(const std::uint8_t* payload, std::size_t first, std::size_t count, std::uint32_t sampleBits,
+                 std::uint16_t* out) {
+  if (sampleBits == 8) {
+    for (std::size_t i = 0; i < count; ++i) out[i] = payload[first + i];
+  } else if (sampleBits == 16) {
+    std::memcpy(out, payload + 2 * first, 2 * count);
+  } else {
+    const std::uint16_t mask = static_cast<std::uint16_t>((1u << sampleBits) - 1);
+    const std::uint8_t* p = payload + 2 * first;
+    for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<std::uint16_t>((p[2 * i] | p[2 * i + 1] << 8) & mask);
+  }
 }
 
 inline std::uint16_t PairSample(const std::uint8_t* payload, std::size_t index) {
@@ -94,36 +116,39 @@ void PackSamples(const std::uint16_t* samples, std::size_t count, std::uint32_t 
 
 void UnpackSamples(const std::uint8_t* payload, std::size_t first, std::size_t count, std::uint32_t sampleBits,
                    std::uint32_t packing, std::uint16_t* out) {
-  const std::uint16_t mask = static_cast<std::uint16_t>((1u << sampleBits) - 1);
   switch (packing) {
     case kPackWords:
-      if (sampleBits == 8) {
-        for (std::size_t i = 0; i < count; ++i) out[i] = payload[first + i];
-      } else {
-        const std::uint8_t* p = payload + 2 * first;
-        for (std::size_t i = 0; i < count; ++i) {
-          out[i] = static_cast<std::uint16_t>((p[2 * i] | p[2 * i + 1] << 8) & mask);
-        }
-      }
+      UnpackWords(payload, first, count, sampleBits, out);
       break;
     case kPackBitstream:
       switch (sampleBits) {
-        case 8: UnpackBitstreamGroups<8>(payload, first, count, out); break;
         case 10: UnpackBitstreamGroups<10>(payload, first, count, out); break;
         case 12: UnpackBitstreamGroups<12>(payload, first, count, out); break;
         case 14: UnpackBitstreamGroups<14>(payload, first, count, out); break;
-        default: UnpackBitstreamGroups<16>(payload, first, count, out); break;
+        default: UnpackWords(payload, first, count, sampleBits, out); break;  // bytes or little-endian words
       }
       break;
     case kPackPairs12: {
+      // Pairs are big-endian 24-bit words: four samples are the top 48 bits
+      // of one byte-swapped 64-bit load.
       std::size_t i = 0;
-      if (first % 2 != 0 && count > 0) out[i++] = PairSample(payload, first);
-      for (; i + 2 <= count; i += 2) {
-        const std::uint8_t* p = payload + (first + i) / 2 * 3;
-        out[i] = static_cast<std::uint16_t>(p[0] << 4 | p[1] >> 4);
-        out[i + 1] = static_cast<std::uint16_t>((p[1] & 15) << 8 | p[2]);
+      while (i < count && (first + i) % 4 != 0) {
+        out[i] = PairSample(payload, first + i);
+        ++i;
       }
-      if (i < count) out[i] = PairSample(payload, first + i);
+      const std::uint64_t endByte = ((first + count) * std::uint64_t{12} + 7) / 8;
+      for (; i + 4 <= count; i += 4) {
+        const std::uint64_t at = (first + i) / 4 * 6;
+        if (at + 8 > endByte) break;
+        std::uint64_t word;
+        std::memcpy(&word, payload + at, sizeof word);
+        word = __builtin_bswap64(word);
+        out[i] = static_cast<std::uint16_t>(word >> 52);
+        out[i + 1] = static_cast<std::uint16_t>(word >> 40 & 0xFFF);
+        out[i + 2] = static_cast<std::uint16_t>(word >> 28 & 0xFFF);
+        out[i + 3] = static_cast<std::uint16_t>(word >> 16 & 0xFFF);
+      }
+      for (; i < count; ++i) out[i] = PairSample(payload, first + i);
       break;
     }
     default: break;
