@@ -276,25 +276,30 @@ TEST_F(RawDriverTest, ColourInterpolationReproducesRampsAndBeatsBilinear) {
   }
 }
 
-TEST_F(RawDriverTest, ColourRotationAndMosaicDelivery) {
-  StoreSpec s;
-  s.width = 10;
-  s.height = 8;
-  s.bits = 10;
-  s.packing = 1;
-  s.order = 1;
-  s.black = 1;
-  const auto samples = RandomSamples(80, 10, 5);
-  const auto upright = ReadColour(s, samples);
-  for (std::uint32_t rotation = 0; rotation < 4; ++rotation) {
-    SCOPED_TRACE(rotation);
-    s.rotation = rotation;
-    EXPECT_EQ(ReadColour(s, samples), Turn(upright, 10, 8, 3, rotation));
-    // The mosaic plane: one channel, no gains, no interpolation, turned.
-    s.gains[0] = 3.0f;
-    StoreSpec plain = s;
-    EXPECT_EQ(ReadColour(s, samples, true), ExpectedPlane(plain, samples));
-    s.gains[0] = 0.0f;
+TEST_F(RawDriverTest, ColourInEveryOrderPackingDepthAndRotation) {
+  for (std::uint32_t order = 0; order < 4; ++order) {
+    for (const auto& [packing, bits] : {std::pair{0u, 8u}, std::pair{0u, 14u}, std::pair{1u, 10u},
+                                        std::pair{1u, 12u}, std::pair{1u, 16u}, std::pair{2u, 12u}}) {
+      SCOPED_TRACE(testing::Message() << "order " << order << " packing " << packing << " bits " << bits);
+      StoreSpec s;
+      s.width = 10;
+      s.height = 8;
+      s.bits = bits;
+      s.packing = packing;
+      s.order = order;
+      s.black = 1;
+      s.gains[2] = 1.25f;
+      const auto samples = RandomSamples(80, bits, order * 31 + bits);
+      const auto upright = ReadColour(s, samples);
+      ASSERT_EQ(upright.size(), 240u);
+      for (std::uint32_t rotation = 0; rotation < 4; ++rotation) {
+        SCOPED_TRACE(rotation);
+        s.rotation = rotation;
+        EXPECT_EQ(ReadColour(s, samples), Turn(upright, 10, 8, 3, rotation));
+        // The mosaic plane: one channel, no gains, no interpolation, turned.
+        EXPECT_EQ(ReadColour(s, samples, true), ExpectedPlane(s, samples));
+      }
+    }
   }
 }
 
