@@ -50,7 +50,7 @@ std::string SystemTextToUtf8(std::string_view text) {
   return out;
 }
 
-Font::Font(std::string_view face, int height) : height_(height > 0 ? height : 20) {
+Font::Font(std::string_view face, int height, int weight) : height_(height > 0 ? height : 20) {
   cairo_font_face_t* fontFace;
   {
     std::lock_guard lock(g_fontconfigMutex);
@@ -58,7 +58,7 @@ Font::Font(std::string_view face, int height) : height_(height > 0 ? height : 20
     const std::string wanted(face.empty() ? std::string_view("sans-serif") : face);
     FcPatternAddString(pattern, FC_FAMILY, reinterpret_cast<const FcChar8*>(wanted.c_str()));
     FcPatternAddString(pattern, FC_FAMILY, reinterpret_cast<const FcChar8*>("sans-serif"));
-    FcPatternAddInteger(pattern, FC_WEIGHT, FC_WEIGHT_DEMIBOLD);  // weight 600
+    FcPatternAddInteger(pattern, FC_WEIGHT, FcWeightFromOpenType(weight));
     FcPatternAddInteger(pattern, FC_SLANT, FC_SLANT_ROMAN);
     FcConfigSubstitute(nullptr, pattern, FcMatchPattern);
     FcDefaultSubstitute(pattern);
@@ -122,18 +122,94 @@ void Canvas::Fill(int x0, int y0, int x1, int y1, std::uint32_t color) {
 
 void Canvas::DrawCentredText(const Font& font, std::string_view text, std::uint32_t color, int x0, int y0, int x1,
                              int y1) {
+  const Rect box{x0, y0, x1, y1};
+  DrawText(font, text, color, box, Align::Centre, Align::Centre, box);
+}
+
+namespace {
+
+// Offset of a span of `size` within [start, end) by an alignment.
+double Aligned(int start, int end, int size, Align align) {
+  switch (align) {
+    case Align::Start: return start;
+    case Align::End: return end - size;
+    case Align::Centre: break;
+  }
+  return start + std::floor((end - start - size) / 2.0);
+}
+
+void ClipTo(cairo_t* cr, const Rect& clip) {
+  cairo_rectangle(cr, clip.left, clip.top, clip.Width(), clip.Height());
+  cairo_clip(cr);
+}
+
+}  // namespace
+
+void Canvas::DrawText(const Font& font, std::string_view text, std::uint32_t color, const Rect& box, Align across,
+                      Align down, const Rect& clip) {
   const std::string utf8 = SystemTextToUtf8(text);
   const TextExtent extent = font.Measure(text);
   cairo_save(cr_);
-  cairo_rectangle(cr_, x0, y0, x1 - x0, y1 - y0);
-  cairo_clip(cr_);
+  ClipTo(cr_, clip);
   cairo_set_scaled_font(cr_, font.scaled_);
   SetSourceColor(cr_, color);
-  const double left = x0 + std::floor((x1 - x0 - extent.cx) / 2.0);
-  const double top = y0 + std::floor((y1 - y0 - extent.cy) / 2.0);
+  const double left = Aligned(box.left, box.right, extent.cx, across);
+  const double top = Aligned(box.top, box.bottom, extent.cy, down);
   cairo_move_to(cr_, left, top + std::round(font.ascent_));
   cairo_show_text(cr_, utf8.c_str());
   cairo_restore(cr_);
+}
+
+void Canvas::DrawTextUpward(const Font& font, std::string_view text, std::uint32_t color, int left, int bottom,
+                            const Rect& clip) {
+  const std::string utf8 = SystemTextToUtf8(text);
+  cairo_save(cr_);
+  ClipTo(cr_, clip);
+  cairo_translate(cr_, left + std::round(font.ascent_), bottom);
+  cairo_rotate(cr_, -M_PI / 2);
+  // The same face and size, turned with the context.
+  cairo_matrix_t size;
+  cairo_scaled_font_get_font_matrix(font.scaled_, &size);
+  cairo_font_options_t* options = cairo_font_options_create();
+  cairo_scaled_font_get_font_options(font.scaled_, options);
+  cairo_set_font_face(cr_, cairo_scaled_font_get_font_face(font.scaled_));
+  cairo_set_font_matrix(cr_, &size);
+  cairo_set_font_options(cr_, options);
+  cairo_font_options_destroy(options);
+  SetSourceColor(cr_, color);
+  cairo_move_to(cr_, 0, 0);
+  cairo_show_text(cr_, utf8.c_str());
+  cairo_restore(cr_);
+}
+
+void Canvas::Line(const Pen& pen, int x0, int y0, int x1, int y1) {
+  // Pixel centres, so that a one-pixel line covers exactly its pixels.
+  static const double dot[] = {1, 1}, dashDot[] = {6, 3, 1, 3}, dashDotDot[] = {6, 2, 1, 2, 1, 2};
+  cairo_save(cr_);
+  SetSourceColor(cr_, pen.color);
+  cairo_set_line_width(cr_, 1.0);
+  cairo_set_line_cap(cr_, CAIRO_LINE_CAP_SQUARE);
+  switch (pen.style) {
+    case PenStyle::Dot: cairo_set_dash(cr_, dot, 2, 0); break;
+    case PenStyle::DashDot: cairo_set_dash(cr_, dashDot, 4, 0); break;
+    case PenStyle::DashDotDot: cairo_set_dash(cr_, dashDotDot, 6, 0); break;
+    case PenStyle::Solid: break;
+  }
+  if (pen.style != PenStyle::Solid) cairo_set_line_cap(cr_, CAIRO_LINE_CAP_BUTT);
+  cairo_move_to(cr_, x0 + 0.5, y0 + 0.5);
+  cairo_line_to(cr_, x1 + 0.5, y1 + 0.5);
+  if (x0 == x1 && y0 == y1) cairo_rectangle(cr_, x0, y0, 1, 1), cairo_fill(cr_);
+  else cairo_stroke(cr_);
+  cairo_restore(cr_);
+}
+
+void Canvas::Rectangle(const Pen& pen, const Rect& r, const std::uint32_t* fill) {
+  if (r.Width() <= 0 || r.Height() <= 0) return;
+  if (fill) Fill(r.left + 1, r.top + 1, r.right - 1, r.bottom - 1, *fill);
+  Line(pen, r.left, r.top, r.right - 1, r.top);
+  Line(pen, r.right - 1, r.top, r.right - 1, r.bottom - 1);
+  Line(pen, r.right - 1, r.bottom - 1, r.left, r.bottom - 1);
+  Line(pen, r.left, r.bottom - 1, r.left, r.top);
 }
 
 std::vector<std::uint8_t> Canvas::Bgr24() const {

@@ -27,11 +27,14 @@ struct TextExtent {
   int cy = 0;  // cell height in pixels: the font's height
 };
 
-// A font by face name and cell height in pixels (0 means 20), weight 600.
-// A face that is not installed falls back to what fontconfig matches.
+// A font by face name, cell height in pixels (0 means 20) and weight (400
+// normal, 600 semi-bold, 700 bold). A face that is not installed falls back to
+// what fontconfig matches.
 class Font {
  public:
-  Font(std::string_view face, int height);
+  static constexpr int kSemiBold = 600;
+  static constexpr int kNormal = 400;
+  Font(std::string_view face, int height, int weight = kSemiBold);
   ~Font();
   Font(const Font&) = delete;
   Font& operator=(const Font&) = delete;
@@ -49,7 +52,23 @@ class Font {
   cairo_scaled_font_t* scaled_ = nullptr;
 };
 
-// A 24-bit canvas, top-down rows.
+enum class PenStyle { Solid, Dot, DashDot, DashDotDot };
+
+struct Pen {
+  PenStyle style = PenStyle::Solid;
+  std::uint32_t color = 0;
+};
+
+enum class Align { Start, Centre, End };
+
+struct Rect {
+  int left = 0, top = 0, right = 0, bottom = 0;  // right and bottom exclusive
+  int Width() const { return right - left; }
+  int Height() const { return bottom - top; }
+};
+
+// A 24-bit canvas, top-down rows. Everything is drawn without anti-aliasing,
+// one pixel wide, so that every drawn pixel carries its colour exactly.
 class Canvas {
  public:
   Canvas(int width, int height);
@@ -63,9 +82,21 @@ class Canvas {
   // Fills the rectangle [x0, x1) x [y0, y1) with a solid colour.
   void Fill(int x0, int y0, int x1, int y1, std::uint32_t color);
   // One line of text centred in the rectangle, both ways, on a transparent
-  // background; drawn without anti-aliasing so that every text pixel carries
-  // the text's colour exactly.
+  // background, clipped to the rectangle.
   void DrawCentredText(const Font& font, std::string_view text, std::uint32_t color, int x0, int y0, int x1, int y1);
+  // One line of text placed in `box` by the two alignments, clipped to `clip`.
+  void DrawText(const Font& font, std::string_view text, std::uint32_t color, const Rect& box, Align across,
+                Align down, const Rect& clip);
+  // One line of text turned a quarter to the left (reading upward), its
+  // start at the bottom: `left` is the column of the text's top, `bottom`
+  // the row where it starts. Clipped to `clip`.
+  void DrawTextUpward(const Font& font, std::string_view text, std::uint32_t color, int left, int bottom,
+                      const Rect& clip);
+  // A line from (x0, y0) to (x1, y1), both ends included, in the pen's style.
+  void Line(const Pen& pen, int x0, int y0, int x1, int y1);
+  // The outline of [left, right) x [top, bottom) in the pen, its inside filled
+  // with `fill` when given.
+  void Rectangle(const Pen& pen, const Rect& r, const std::uint32_t* fill);
 
   // The pixels as rows of Width() * 3 bytes, blue, green, red, top row first.
   std::vector<std::uint8_t> Bgr24() const;

@@ -115,3 +115,64 @@ TEST(Drawing, TextIsClippedToItsRectangleAndCanvasesAreIndependent) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+std::uint32_t PixelAt(const std::vector<std::uint8_t>& bgr, int width, int x, int y) {
+  const std::uint8_t* p = &bgr[(static_cast<std::size_t>(y) * width + x) * 3];
+  return p[2] | p[1] << 8 | p[0] << 16;  // back to a colour word
+}
+
+TEST(Drawing, LinesRectanglesAndPens) {
+  Canvas canvas(40, 30);
+  canvas.Line({PenStyle::Solid, 0x0000FF}, 2, 3, 20, 3);
+  canvas.Line({PenStyle::Dot, 0x00FF00}, 2, 10, 21, 10);
+  canvas.Line({PenStyle::Solid, 0xFF0000}, 30, 12, 30, 20);
+  const std::uint32_t fill = 0x102030;
+  canvas.Rectangle({PenStyle::Solid, 0xFFFFFF}, {5, 15, 15, 25}, &fill);
+  const auto px = canvas.Bgr24();
+  for (int x = 0; x < 40; ++x) EXPECT_EQ(PixelAt(px, 40, x, 3), x >= 2 && x <= 20 ? 0x0000FFu : 0u) << x;
+  int dots = 0, gaps = 0;
+  for (int x = 2; x <= 21; ++x) (PixelAt(px, 40, x, 10) == 0x00FF00u ? dots : gaps) += 1;
+  EXPECT_EQ(dots, 10);
+  EXPECT_EQ(gaps, 10) << "a dotted pen alternates pixel by pixel";
+  for (int y = 0; y < 30; ++y) EXPECT_EQ(PixelAt(px, 40, 30, y), y >= 12 && y <= 20 ? 0xFF0000u : 0u) << y;
+  // Outline on the rectangle's edge pixels, the fill inside, nothing beyond.
+  EXPECT_EQ(PixelAt(px, 40, 5, 15), 0xFFFFFFu);
+  EXPECT_EQ(PixelAt(px, 40, 14, 24), 0xFFFFFFu);
+  EXPECT_EQ(PixelAt(px, 40, 10, 20), fill);
+  EXPECT_EQ(PixelAt(px, 40, 15, 20), 0u);
+  EXPECT_EQ(PixelAt(px, 40, 10, 25), 0u);
+}
+
+TEST(Drawing, AlignedAndUpwardText) {
+  Font font("DejaVu Sans", 13, Font::kNormal);
+  const Rect box{10, 5, 190, 25};
+  for (Align across : {Align::Start, Align::Centre, Align::End}) {
+    Canvas canvas(200, 30);
+    canvas.DrawText(font, "1.250", 0xFFFFFF, box, across, Align::Start, {0, 0, 200, 30});
+    bool exact;
+    const Box lit = LitBox(canvas, {255, 255, 255}, &exact);
+    ASSERT_GT(lit.lit, 10);
+    const int width = font.Measure("1.250").cx;
+    const double expected = across == Align::Start ? 10 + width / 2.0 : across == Align::End ? 190 - width / 2.0 : 100;
+    EXPECT_NEAR((lit.left + lit.right) / 2.0, expected, 2);
+    EXPECT_LE(lit.right - lit.left + 1, width + 1);
+    EXPECT_GE(lit.top, 5);
+    EXPECT_LE(lit.bottom, 5 + 13);
+  }
+  Canvas up(30, 120);
+  up.DrawTextUpward(font, "Volts [mV]", 0xFFFFFF, 2, 110, {0, 0, 30, 120});
+  bool exact;
+  const Box lit = LitBox(up, {255, 255, 255}, &exact);
+  ASSERT_GT(lit.lit, 20);
+  EXPECT_TRUE(exact);
+  EXPECT_GT(lit.bottom - lit.top, 3 * (lit.right - lit.left)) << "the text runs upward";
+  EXPECT_LE(lit.bottom, 110);
+  EXPECT_GE(lit.left, 2);
+  EXPECT_LE(lit.right, 2 + 13);
+}
+
+}  // namespace
+}  // namespace tarnvel
