@@ -4,22 +4,9 @@
 
 #include <cstdint>
 
-namespace tarnvel {
+#include "recording/TimeStampBlock.h"
 
-// The source's time of a frame. A controlField of kNoTimeCodeReceiver marks a
-// time that comes from no time-code receiver.
-struct TimeStampBlock {
-  std::uint32_t status;
-  std::uint32_t year;
-  std::uint32_t dayOfYear;
-  std::uint32_t hour;
-  std::uint32_t minute;
-  std::uint32_t second;
-  std::uint32_t microseconds;
-  std::uint32_t controlField;
-};
-static_assert(sizeof(TimeStampBlock) == 32);
-constexpr std::uint32_t kNoTimeCodeReceiver = 0x55555555;
+namespace tarnvel {
 
 struct CalendarTime {
   int year = 0, month = 0, day = 0;  // month and day from 1

@@ -10,25 +10,11 @@
 
 #include <cstdint>
 
+#include "recording/TimeStampBlock.h"
+
 namespace tarnvel {
 
 using RawHandle = std::uint64_t;
-
-// The time record that the driver delivers for a frame; a year below 2000
-// means no valid time code, controlField 0x55555555 a time that came from no
-// time-code receiver.
-struct TimeStampBlock {
-  std::uint32_t status;
-  std::uint32_t year;
-  std::uint32_t dayOfYear;
-  std::uint32_t hour;
-  std::uint32_t minute;
-  std::uint32_t second;
-  std::uint32_t microseconds;
-  std::uint32_t controlField;
-  std::uint32_t reserved[56];
-};
-static_assert(sizeof(TimeStampBlock) == 256);
 
 inline constexpr std::uint32_t kInfoBlockBytes = 1024;
 inline constexpr std::uint32_t kCameraBlockBytes = 1024;

@@ -8,7 +8,7 @@ namespace tarnvel {
 namespace {
 
 TimeStampBlock Block(unsigned year, unsigned day, unsigned h, unsigned m, unsigned s, unsigned us = 0) {
-  return {0, year, day, h, m, s, us, 0};
+  return {0, year, day, h, m, s, us, 0, {}};
 }
 
 void ExpectTime(const CalendarTime& t, int y, int mo, int d, int h, int mi, int s) {
@@ -56,8 +56,8 @@ TEST(TimeCode, HostileBlocksDoNotFault) {
   std::mt19937 rng32(5);
   auto rng = [&] { return static_cast<std::uint32_t>(rng32()); };
   for (int i = 0; i < 10000; ++i) {
-    TimeStampBlock b{rng(), rng() % 5000, rng(), rng(), rng(), rng(), rng(), rng()};
-    if (i % 2) b = {rng(), rng(), rng(), rng() % 30, rng() % 70, rng() % 70, rng(), 0};
+    TimeStampBlock b{rng(), rng() % 5000, rng(), rng(), rng(), rng(), rng(), rng(), {}};
+    if (i % 2) b = {rng(), rng(), rng(), rng() % 30, rng() % 70, rng() % 70, rng(), 0, {}};
     const CalendarTime t = DecodeTimeCode(b, static_cast<int>(rng() % 51) - 25, static_cast<int>(rng() % 200) - 100);
     EXPECT_GE(t.month, 1);
     EXPECT_LE(t.month, 12);
