@@ -108,20 +108,23 @@ bool ReadMmeHeader(std::string_view dataFolder, std::string_view recordingFolder
   const std::string path = MmeHeaderReadPath(dataFolder, recordingFolder);
   File f(path.size() <= kMaxFilePath ? std::fopen(path.c_str(), "rb") : nullptr);
   if (!f) return false;
-  char line[kLineBuffer];
-  while (std::fgets(line, sizeof line, f.get()) != nullptr) {
-    const std::size_t length = std::strlen(line);
-    // The rest of an overlong line is no line of its own.
-    if (length > 0 && line[length - 1] != '\n') {
-      int c;
-      while ((c = std::fgetc(f.get())) != EOF && c != '\n') {
-      }
+  std::string line;
+  for (int c = 0; c != EOF;) {
+    line.clear();
+    bool any = false;
+    // The rest of an overlong line is read over: it is no line of its own.
+    while ((c = std::fgetc(f.get())) != EOF) {
+      any = true;
+      if (c == '\n') break;
+      if (line.size() < kLineBuffer - 1) line.push_back(static_cast<char>(c));
     }
+    if (!any) break;
     for (int i = 0; i < kMmeFieldCount; ++i) {
-      if (std::strstr(line, kKeys[i]) == nullptr) continue;
-      std::string_view value(line + kMmeKeyWidth, length - kMmeKeyWidth);
+      if (line.find(kKeys[i]) == std::string::npos) continue;
+      std::string_view value = std::string_view(line).substr(kMmeKeyWidth);
       while (!value.empty() && (value.back() == '\r' || value.back() == '\n')) value.remove_suffix(1);
       if (value == kNoValue) value = {};
+      std::memset(record.field[i], 0, sizeof record.field[i]);
       CopyText(record.field[i], sizeof record.field[i], value);
       break;
     }

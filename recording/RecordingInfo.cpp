@@ -13,6 +13,25 @@ std::int32_t TruncatedRate(float rate) {
   return static_cast<std::int32_t>(rate);
 }
 
+namespace {
+
+std::int32_t Wrapped(std::int64_t value) { return static_cast<std::int32_t>(static_cast<std::uint32_t>(value)); }
+
+}  // namespace
+
+std::int32_t OutputFrameNumber(const RecordingInfo& recording, std::int32_t i) {
+  return recording.ResetNr != 0 ? i : Wrapped(std::int64_t{recording.StartIdx} + i);
+}
+
+std::int32_t SourceFramePosition(const RecordingInfo& recording, std::int32_t i) {
+  return Wrapped(std::int64_t{recording.StartIdx} - recording.FirstFrame + i);
+}
+
+bool InMovieRange(const RecordingInfo& recording, std::int32_t i) {
+  const std::int64_t number = std::int64_t{recording.StartIdx} + i;
+  return number >= recording.StartAvi && number <= recording.StopAvi;
+}
+
 void RecordingList::AddCopy(const RecordingInfo& record) {
   lists_[active_].push_back(std::make_unique<RecordingInfo>(record));
 }

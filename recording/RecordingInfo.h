@@ -222,6 +222,15 @@ static_assert(offsetof(RecordingInfo, ConvertRaw) == 9892);
 static_assert(offsetof(RecordingInfo, UTCOffset) == 9896);
 static_assert(sizeof(RecordingInfo) == 9904);
 
+// How the frame numbers of a run combine, for a running index i from 0
+// (arithmetic wraps at 32 bits, as the suite's words do):
+// the number a frame carries in its output: i with ResetNr, else StartIdx + i;
+std::int32_t OutputFrameNumber(const RecordingInfo& recording, std::int32_t i);
+// its position in the source: StartIdx - FirstFrame + i;
+std::int32_t SourceFramePosition(const RecordingInfo& recording, std::int32_t i);
+// whether it belongs to the companion movie: StartAvi <= StartIdx + i <= StopAvi.
+bool InMovieRange(const RecordingInfo& recording, std::int32_t i);
+
 // A float rate as the integer that reports and sidecars print: truncated
 // toward zero, saturated at the ends of the 32-bit range, 0 for NaN.
 std::int32_t TruncatedRate(float rate);
