@@ -126,8 +126,8 @@ int main(int argc, char** argv) {
   std::string movie;
   Show("Movie (Open AVI)", MoviePathOf(argsPath, movie) ? (movie.empty() ? "none" : movie) : "(refused)");
   const CodecSettings codec = CodecSettingsOf(args);
-  Show("Codec", std::string(FieldText(codec.name)) + " handler " + std::to_string(codec.handler) + " quality " +
-                    std::to_string(codec.quality));
+  const std::string codecName = codec.name[0] != '\0' ? std::string(FieldText(codec.name)) : "(none named)";
+  Show("Codec", codecName + ", handler " + std::to_string(codec.handler) + ", quality " + std::to_string(codec.quality));
 
   std::printf("Output (extension %s)\n", extension.c_str());
   OutputFolder output;

@@ -147,6 +147,8 @@ bool ReadJobArgs(std::string_view argsPath, JobArgs& a, std::vector<std::string>
   return in.ok();
 }
 
+std::int32_t PlotRows(const JobArgs& args) { return args.plotHeight == 0 ? 256 : args.plotHeight; }
+
 const char* ChannelFileExtension(std::int32_t channelFileType) {
   static constexpr const char* kExtensions[] = {".ASC", ".DAT", ".ASC", ".PLT", ".LVM", ".XML", ".XLS", ".CSV"};
   if (channelFileType < 0 || channelFileType >= static_cast<std::int32_t>(std::size(kExtensions))) return nullptr;

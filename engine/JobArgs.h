@@ -80,6 +80,9 @@ struct JobArgs {
 // refused keys in `refusedKeys`.
 bool ReadJobArgs(std::string_view argsPath, JobArgs& args, std::vector<std::string>* refusedKeys = nullptr);
 
+// Rows of the data plot: Arg33, where 0 means 256.
+std::int32_t PlotRows(const JobArgs& args);
+
 // Extension of a channel-data file by Arg14 (".ASC", ".DAT", ...), or null
 // for an index outside 0 to 7.
 const char* ChannelFileExtension(std::int32_t channelFileType);

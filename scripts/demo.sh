@@ -5,3 +5,5 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/build.sh" release
 echo "Built: $root/build/release"
+echo
+"$root/build/release/apps/tarnvel-info" "$root/docs/examples/recording"

@@ -116,6 +116,7 @@ TEST(JobArgs, EveryKeyAsTheSuiteWritesIt) {
   EXPECT_EQ(a.utcOffsetIndex, 13);
   EXPECT_STREQ(a.moviePath, "/movies/left.avi");
   EXPECT_EQ(a.plotHeight, 300);
+  EXPECT_EQ(PlotRows(a), 300);
   EXPECT_EQ(a.plotInColor, 1);
   EXPECT_EQ(a.plotMode, 2);
   EXPECT_EQ(a.markerKind, 2);
@@ -163,6 +164,7 @@ TEST(JobArgs, DefaultsWithoutFileSectionOrKeys) {
   const JobArgs other = Read(dir.File("other.ini"));
   ExpectDefaults(other);
   EXPECT_EQ(other.frameCount, 0) << "no section ArgSect: no frame to convert";
+  EXPECT_EQ(PlotRows(other), 256) << "Arg33 0 gives a plot of 256 rows";
 }
 
 TEST(JobArgs, ListsAndTheirCommaRules) {
