@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <system_error>
 #include <memory>
 
 #include "platform/cordage/TextField.h"
@@ -27,6 +29,8 @@ constexpr const char* kNoValue = "NOVALUE";
 constexpr const char* kLineEnd = "\r\n";
 constexpr std::size_t kMaxFilePath = 260;
 constexpr std::size_t kLineBuffer = 512;
+// A header is a few dozen lines; a larger file is no header of the suite.
+constexpr std::uintmax_t kMaxHeaderBytes = 1u << 20;
 
 struct FileCloser {
   void operator()(std::FILE* f) const { std::fclose(f); }
@@ -106,7 +110,10 @@ std::string MiiPath(std::string_view recordingPath) { return SidecarPath(recordi
 
 bool ReadMmeHeader(std::string_view dataFolder, std::string_view recordingFolder, MmeRecord& record) {
   const std::string path = MmeHeaderReadPath(dataFolder, recordingFolder);
-  File f(path.size() <= kMaxFilePath ? std::fopen(path.c_str(), "rb") : nullptr);
+  std::error_code ec;
+  const std::uintmax_t bytes = std::filesystem::file_size(path, ec);
+  if (path.size() > kMaxFilePath || ec || bytes > kMaxHeaderBytes) return false;
+  File f(std::fopen(path.c_str(), "rb"));
   if (!f) return false;
   std::string line;
   for (int c = 0; c != EOF;) {

@@ -73,7 +73,8 @@ std::string MiiPath(std::string_view recordingPath);
 // column 29 on, without its line end, the value ("NOVALUE" clears the field;
 // a value is cut to 127 characters). Lines of other keys are passed over, and
 // a line longer than 511 characters counts with its first 511. Returns false
-// and leaves the record unchanged when the file cannot be opened.
+// and leaves the record unchanged when the file cannot be opened or is larger
+// than 1 MiB (no header of the suite is).
 bool ReadMmeHeader(std::string_view dataFolder, std::string_view recordingFolder, MmeRecord& record);
 
 // Writes the header: the edition line, the laboratory and customer lines, the

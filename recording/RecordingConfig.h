@@ -6,6 +6,7 @@
 // value of 0 (a missing file reads like an empty one).
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "recording/RecordingInfo.h"

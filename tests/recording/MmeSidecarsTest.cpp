@@ -143,10 +143,24 @@ TEST(MmeHeader, ReadingDamagedAndHostileFiles) {
   std::string noise(100000, '\0');
   unsigned state = 1;
   for (char& c : noise) c = static_cast<char>((state = state * 1103515245u + 12345u) >> 16);
-  WriteFile(rec / "_config.mme", noise + "Title                       :after noise\n");
+  WriteFile(rec / "_config.mme", noise + "\nTitle                       :after noise\n");
   MmeRecord n = Empty();
   ASSERT_TRUE(ReadMmeHeader("", rec.string(), n));
   for (const auto& field : n.field) EXPECT_LT(std::strlen(field), sizeof field);
+  EXPECT_STREQ(n.field[kMmeTitle], "after noise");
+
+  // An enormous file is not read at all.
+  {
+    std::FILE* f = std::fopen((rec / "_config.mme").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("Title                       :huge\r\n", f);
+    std::fseek(f, 200L << 20, SEEK_SET);
+    std::fputc('\n', f);
+    std::fclose(f);
+  }
+  MmeRecord h = Empty();
+  EXPECT_FALSE(ReadMmeHeader("", rec.string(), h));
+  EXPECT_STREQ(h.field[kMmeTitle], "");
 }
 
 TEST(MmeHeader, ValuesCannotOpenLinesOfTheirOwn) {
