@@ -8,21 +8,6 @@
 
 namespace tarnvel {
 
-std::uint32_t BytesPerPixel(std::uint32_t bits) {
-  if (bits <= 8) return 1;
-  if (bits <= 16) return 2;
-  if (bits <= 24) return 3;
-  return 6;
-}
-
-FrameGeometry MakeFrameGeometry(std::uint32_t width, std::uint32_t height, std::uint32_t bits,
-                                std::uint32_t rotation) {
-  FrameGeometry g{width, height, bits, 0};
-  if (rotation == 1 || rotation == 3) std::swap(g.width, g.height);
-  g.frameBytes = g.width * g.height * BytesPerPixel(bits);
-  return g;
-}
-
 RawSource::RawSource() = default;
 
 RawSource::~RawSource() { Close(); }
@@ -86,14 +71,11 @@ std::uint32_t RawSource::FrameFlag() { return Property(kPropFrameFlag); }
 std::uint32_t RawSource::ResolutionSuffix() { return Property(kPropResolutionSuffix); }
 std::uint32_t RawSource::Rotation() { return Property(kPropRotation); }
 
-FrameGeometry RawSource::Geometry() {
-  return MakeFrameGeometry(FrameWidth(), FrameHeight(), PixelDepth(), Rotation());
+bool RawSource::Geometry(FrameGeometry& geometry) {
+  return MakeFrameGeometry(FrameWidth(), FrameHeight(), PixelDepth(), Rotation(), geometry);
 }
 
-bool RawSource::HasCameraBlock() {
-  const std::uint32_t model = ModelNumber();
-  return (model >= 11 && model <= 13) || (model >= 20 && model <= 22);
-}
+bool RawSource::HasCameraBlock() { return tarnvel::HasCameraBlock(ModelNumber()); }
 
 int RawSource::ReadFrame(std::int32_t frameIndex, void* buffer) {
   return tarnvel::ReadFrame(handle_, 0, 0, frameIndex, buffer);

@@ -9,13 +9,6 @@
 
 namespace tarnvel {
 
-// Bytes of one pixel of `bits` bits: 1 up to 8, 2 up to 16, 3 up to 24, else 6.
-std::uint32_t BytesPerPixel(std::uint32_t bits);
-// The geometry of a frame that is turned by `rotation` quarter turns: odd
-// turns swap width and height.
-FrameGeometry MakeFrameGeometry(std::uint32_t width, std::uint32_t height, std::uint32_t bits,
-                                std::uint32_t rotation);
-
 class RawSource {
  public:
   static constexpr std::uint32_t kDeviceNameBytes = 128;
@@ -58,8 +51,9 @@ class RawSource {
   std::uint32_t ResolutionSuffix();
   std::uint32_t Rotation();
 
-  // Width from property 15, height from 16, bits from 3, turned by property 95.
-  FrameGeometry Geometry();
+  // Width from property 15, height from 16, bits from 3, turned by property 95;
+  // false when the frame's bytes would not fit 32 bits.
+  bool Geometry(FrameGeometry& geometry);
   // Models 11 to 13 and 20 to 22 deliver a ready metadata block with each frame.
   bool HasCameraBlock();
 

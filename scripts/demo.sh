@@ -11,5 +11,5 @@ rm -rf "$recording"
 "$bin/recgen/tarnvel-recgen" --out "$recording" --device "Demo camera" --base-name demo
 echo "Generated recording: $recording"
 ls -l "$recording"
-echo "--- rawfile.xml"
-cat "$recording/rawfile.xml"
+echo
+"$bin/tarnvel-info" "$recording"

@@ -441,10 +441,9 @@ std::string RecordingName(const RecordingOptions& o) {
 
 }  // namespace
 
-bool ModelHasCameraBlock(std::uint32_t model) { return (model >= 11 && model <= 13) || (model >= 20 && model <= 22); }
 
 bool WantsCameraBlock(const RecordingOptions& o) {
-  return o.cameraBlock < 0 ? ModelHasCameraBlock(o.model) : o.cameraBlock != 0;
+  return o.cameraBlock < 0 ? HasCameraBlock(o.model) : o.cameraBlock != 0;
 }
 
 std::string CheckOptions(const RecordingOptions& o) {

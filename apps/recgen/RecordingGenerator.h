@@ -66,8 +66,6 @@ struct RecordingOptions {
   std::int32_t deleteRaw = 0;
 };
 
-// The camera-block rule of the models: 11 to 13 and 20 to 22 carry one.
-bool ModelHasCameraBlock(std::uint32_t model);
 bool WantsCameraBlock(const RecordingOptions& options);
 
 // Checks the options; returns an empty text when they can be written, else what is wrong.
