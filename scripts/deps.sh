@@ -23,6 +23,8 @@ packages=(
   libtiff-tools ffmpeg python3 python3-pil python3-numpy dcraw
   # locale sources: the tests compile regional settings to read them back
   locales
+  # a second reader of the channel workbooks that the generator writes
+  python3-xlrd
   # fuzz targets (libFuzzer) are built with clang
   clang libclang-rt-14-dev
 )

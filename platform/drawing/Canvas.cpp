@@ -182,24 +182,33 @@ void Canvas::DrawTextUpward(const Font& font, std::string_view text, std::uint32
   cairo_restore(cr_);
 }
 
-void Canvas::Line(const Pen& pen, int x0, int y0, int x1, int y1) {
-  // Pixel centres, so that a one-pixel line covers exactly its pixels.
+void Canvas::Line(const Pen& pen, int x0, int y0, int x1, int y1) { Polyline(pen, {{x0, y0}, {x1, y1}}); }
+
+void Canvas::Polyline(const Pen& pen, const std::vector<Point>& points) {
+  if (points.empty()) return;
   static const double dot[] = {1, 1}, dashDot[] = {6, 3, 1, 3}, dashDotDot[] = {6, 2, 1, 2, 1, 2};
   cairo_save(cr_);
   SetSourceColor(cr_, pen.color);
+  if (points.size() == 1 || (points.size() == 2 && points[0].x == points[1].x && points[0].y == points[1].y)) {
+    cairo_rectangle(cr_, points[0].x, points[0].y, 1, 1);
+    cairo_fill(cr_);
+    cairo_restore(cr_);
+    return;
+  }
   cairo_set_line_width(cr_, 1.0);
-  cairo_set_line_cap(cr_, CAIRO_LINE_CAP_SQUARE);
+  // Square caps cover both end pixels of a solid line; dashes keep their own length.
+  cairo_set_line_cap(cr_, pen.style == PenStyle::Solid ? CAIRO_LINE_CAP_SQUARE : CAIRO_LINE_CAP_BUTT);
+  cairo_set_line_join(cr_, CAIRO_LINE_JOIN_MITER);
   switch (pen.style) {
     case PenStyle::Dot: cairo_set_dash(cr_, dot, 2, 0); break;
     case PenStyle::DashDot: cairo_set_dash(cr_, dashDot, 4, 0); break;
     case PenStyle::DashDotDot: cairo_set_dash(cr_, dashDotDot, 6, 0); break;
     case PenStyle::Solid: break;
   }
-  if (pen.style != PenStyle::Solid) cairo_set_line_cap(cr_, CAIRO_LINE_CAP_BUTT);
-  cairo_move_to(cr_, x0 + 0.5, y0 + 0.5);
-  cairo_line_to(cr_, x1 + 0.5, y1 + 0.5);
-  if (x0 == x1 && y0 == y1) cairo_rectangle(cr_, x0, y0, 1, 1), cairo_fill(cr_);
-  else cairo_stroke(cr_);
+  // Pixel centres, so that a one-pixel line covers exactly its pixels.
+  cairo_move_to(cr_, points[0].x + 0.5, points[0].y + 0.5);
+  for (std::size_t i = 1; i < points.size(); ++i) cairo_line_to(cr_, points[i].x + 0.5, points[i].y + 0.5);
+  cairo_stroke(cr_);
   cairo_restore(cr_);
 }
 

@@ -94,6 +94,12 @@ class Canvas {
                       const Rect& clip);
   // A line from (x0, y0) to (x1, y1), both ends included, in the pen's style.
   void Line(const Pen& pen, int x0, int y0, int x1, int y1);
+  // Connected lines through the points; a dashed pen's pattern runs on from
+  // one segment to the next.
+  struct Point {
+    int x, y;
+  };
+  void Polyline(const Pen& pen, const std::vector<Point>& points);
   // The outline of [left, right) x [top, bottom) in the pen, its inside filled
   // with `fill` when given.
   void Rectangle(const Pen& pen, const Rect& r, const std::uint32_t* fill);
