@@ -19,6 +19,7 @@
 
 #include "engine/JobArgs.h"
 #include "engine/OutputNaming.h"
+#include "frames/overlay/OverlayItems.h"
 #include "platform/cordage/TextField.h"
 #include "recording/ModelTable.h"
 #include "recording/RecordingConfig.h"
@@ -41,7 +42,7 @@ void ShowPath(const char* label, const std::optional<std::string>& path) {
 std::string List(const std::int32_t (&list)[kItemListEntries]) {
   if (list[0] == -1) return "not used";
   std::string text;
-  for (std::size_t i = 0; i < kOverlayItems; ++i) text += std::to_string(list[i]) + (i + 1 < kOverlayItems ? "," : "");
+  for (std::size_t i = 0; i < kOverlayItemCount; ++i) text += std::to_string(list[i]) + (i + 1 < kOverlayItemCount ? "," : "");
   return text;
 }
 

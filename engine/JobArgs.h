@@ -15,12 +15,6 @@ namespace tarnvel {
 
 inline constexpr const char* kArgsSection = "ArgSect";
 constexpr std::size_t kItemListEntries = 40;  // entries of a per-item list
-constexpr std::size_t kOverlayItems = 21;     // items that the overlay uses
-
-// Flag bit of each overlay item in `overlayFlags`, by item number.
-inline constexpr std::uint32_t kOverlayItemMask[kOverlayItems] = {
-    0x400,  0x4,    0x40, 0x2000, 0x800, 0x8000, 0x10000, 0x1,     0x2,     0x8,     0x20,
-    0x100,  0x200,  0x1000, 0x10,  0x80,  0x4000, 0x20000, 0x40000, 0x80000, 0x100000};
 
 struct JobArgs {
   char baseName[128];               // Arg02: stem of every output name

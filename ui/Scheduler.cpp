@@ -30,8 +30,8 @@ Scheduler::~Scheduler() {
 void Scheduler::StartThread() { thread_ = std::thread([this] { ThreadMain(); }); }
 
 void Scheduler::AddJob(const std::string& argsPath, const JobOverrides* overrides, const char* destFolder,
-                       bool sentBySuite) {
-  const std::uint32_t row = list_.AddRow(argsPath);
+                       bool sentBySuite, const std::string& rowPath) {
+  const std::uint32_t row = list_.AddRow(rowPath.empty() ? argsPath : rowPath);
   std::unique_ptr<ConversionJob> job = factory_(argsPath, row, sentBySuite);
   job->SetReportTarget(nullptr, &Scheduler::OnJobReport, this);
   if (overrides) job->SetOverrides(destFolder, *overrides);

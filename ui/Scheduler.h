@@ -47,9 +47,10 @@ class Scheduler {
   void StartThread();
 
   // A row and a job for it, appended to the pending jobs. The overrides and
-  // destination folder go to the job when given.
+  // destination folder go to the job when given. The row shows `rowPath`,
+  // or the path itself when that is empty.
   void AddJob(const std::string& argsPath, const JobOverrides* overrides, const char* destFolder,
-              bool sentBySuite);
+              bool sentBySuite, const std::string& rowPath = {});
   // Resumes the scheduler thread; a wake-up during a pass is never lost.
   void WakeUp();
   void ForEachJob(JobAction action);

@@ -32,6 +32,12 @@ TextPlacement MeasureOverlayText(std::string_view fontFace, int fontHeight, std:
   return PlacementOf(Font(fontFace, fontHeight), text);
 }
 
+int MeasureTextBar(std::uint32_t overlayFlags, std::string_view fontFace) {
+  if (overlayFlags == 0) return 0;
+  const int height = Font(fontFace, 20).Measure("XXXXX").cy;
+  return (height * 3 / 2 + 3) & ~3;
+}
+
 void DrawOverlayText(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth,
                      std::int32_t position, std::string_view fontFace, int fontHeight, std::int32_t textColor,
                      std::int32_t backColor, std::int32_t offset, std::string_view text) {

@@ -17,6 +17,11 @@ struct TextPlacement {
 // width = text width plus both margins, with the two low bits cleared.
 TextPlacement MeasureOverlayText(std::string_view fontFace, int fontHeight, std::string_view text);
 
+// Rows of one text bar: none without overlay flags; else the height of
+// "XXXXX" in the overlay face at height 20 and weight 600, times 3, halved,
+// plus 3, with the two low bits cleared (a multiple of 4).
+int MeasureTextBar(std::uint32_t overlayFlags, std::string_view fontFace);
+
 // Draws `text` at `position` of the frame. Colours are indexes into the colour
 // table; on frames below 24 bits the text colour becomes its grey, and a
 // backColor of -1 leaves the frame visible around the letters.

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "engine/ConversionJob.h"
+#include "engine/JobOverrides.h"
 #include "platform/threads/Event.h"
 
 namespace tarnvel::test {
@@ -45,7 +46,11 @@ class FakeJob : public ConversionJob {
     report_ = report;
     context_ = context;
   }
-  void SetOverrides(const char*, const JobOverrides&) override { hasOverrides_ = true; }
+  void SetOverrides(const char* destFolder, const JobOverrides& overrides) override {
+    hasOverrides_ = true;
+    destFolder_ = destFolder ? destFolder : "";
+    overrides_ = overrides;
+  }
 
   int Start(bool onOwnThread) override {
     ++world_.started;
@@ -79,6 +84,8 @@ class FakeJob : public ConversionJob {
 
   bool sentBySuite() const { return sentBySuite_; }
   bool hasOverrides() const { return hasOverrides_; }
+  const std::string& destFolder() const { return destFolder_; }
+  const JobOverrides& overrides() const { return overrides_; }
 
  private:
   int Convert() {
@@ -118,6 +125,8 @@ class FakeJob : public ConversionJob {
   std::uint32_t row_;
   bool sentBySuite_;
   bool hasOverrides_ = false;
+  std::string destFolder_;
+  JobOverrides overrides_;
   ReportFunction report_ = nullptr;
   void* context_ = nullptr;
   ManualResetEvent gate_{true};

@@ -8,6 +8,7 @@
 
 #include "platform/cordage/Messages.h"
 #include "tests/ui/FakeJob.h"
+#include "tests/ui/RecordingFrontEnd.h"
 
 namespace tarnvel {
 namespace {
@@ -15,6 +16,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::FakeJob;
 using test::FakeJobPlan;
+using test::RecordingFrontEnd;
 
 FakeJobPlan Stepped(std::int32_t frames) {
   FakeJobPlan plan;
@@ -29,37 +31,6 @@ FakeJobPlan Failing(std::int32_t code, std::string text) {
   plan.failText = std::move(text);
   return plan;
 }
-
-// A front end whose display thread is the caller: it records what it was asked.
-class RecordingFrontEnd : public FrontEnd {
- public:
-  void RunOnMainThread(const std::function<void()>& work) override {
-    std::lock_guard lock(mutex_);  // one display thread at a time
-    work();
-  }
-  void RowChanged(std::uint32_t) override {}
-  void SetBusy(bool) override { ++busyFlips; }
-  int ShowMessage(int number, int style, const std::string& text) override {
-    std::lock_guard lock(messageMutex);
-    messages.push_back({number, style, text});
-    return answer;
-  }
-  void RequestClose() override { ++closeRequests; }
-  void Hide() override { ++hides; }
-
-  struct Shown {
-    int number, style;
-    std::string text;
-  };
-  std::mutex messageMutex;
-  std::vector<Shown> messages;
-  std::atomic<int> busyFlips{0};
-  std::atomic<int> closeRequests{0}, hides{0};
-  int answer = kAnswerYes;
-
- private:
-  std::recursive_mutex mutex_;
-};
 
 class SchedulerTest : public ::testing::Test {
  protected:

@@ -101,6 +101,12 @@ TEST(OverlayText, NearBlackTextAndGreyConversion) {
   EXPECT_GT(greens, 20);
 }
 
+TEST(OverlayText, TextBarsAreAMultipleOfFour) {
+  EXPECT_EQ(MeasureTextBar(0, "DejaVu Sans"), 0) << "no overlay, no bar";
+  EXPECT_EQ(MeasureTextBar(0x4, "DejaVu Sans"), 32) << "(20 * 3 / 2 + 3) with the low bits cleared";
+  EXPECT_EQ(MeasureTextBar(0x4, "No Such Face"), 32) << "the height is fixed, whatever the face";
+}
+
 TEST(OverlayText, TextWiderThanTheFrameIsClipped) {
   std::vector<std::uint8_t> buffer(16 * 10 + 64, 0x5A);
   DrawOverlayText(buffer.data() + 32, 16, 10, 8, kBottomRight, "DejaVu Sans", 30, 0, 3, 0,
