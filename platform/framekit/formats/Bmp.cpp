@@ -1,0 +1,175 @@
+// BMP (2): 8-bit with the frame header's palette, or 24-bit colour, bottom-up
+// rows padded to 4 bytes. The frame's block follows the pixel data as a
+// trailer: the characters "okMd", the length 1024 (32-bit little-endian),
+// the block. Readers of the format ignore what lies behind the pixels.
+#include "platform/framekit/FileTypes.h"
+#include "platform/framekit/FrameKit.h"
+#include "platform/framekit/ImageReader.h"
+#include "platform/framekit/OutputStream.h"
+#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/formats/Bytes.h"
+
+namespace tarnvel::framekit {
+namespace {
+
+constexpr std::uint8_t kTrailerTag[4] = {'o', 'k', 'M', 'd'};
+constexpr std::uint32_t kFileHeader = 14;
+constexpr std::uint32_t kInfoHeader = 40;
+
+class BmpWriter final : public FrameWriter {
+ public:
+  explicit BmpWriter(int fd) : out_(fd) {}
+
+  int Write(const FrameData& frame) override {
+    const FrameHeader& h = *frame.header;
+    const PixelLayout layout = LayoutOfDepth(h.bits);
+    const std::uint32_t pixelBits = layout.channels == 3 ? 24 : 8;
+    const std::uint64_t rowBytes = std::uint64_t{h.width} * layout.bytesPerPixel;
+    const std::uint64_t stride = (rowBytes + 3) & ~std::uint64_t{3};
+    const std::uint32_t paletteBytes = pixelBits == 8 ? 1024 : 0;
+    const std::uint64_t pixelOffset = kFileHeader + kInfoHeader + paletteBytes;
+    const std::uint64_t imageBytes = stride * h.height;
+    if (pixelOffset + imageBytes + 8 + kMetadataBlockSize > 0x7FFFFFFF) return kFkBadArgument;
+
+    std::uint8_t head[kFileHeader + kInfoHeader] = {'B', 'M'};
+    PutLE<std::uint32_t>(head + 2, static_cast<std::uint32_t>(pixelOffset + imageBytes));
+    PutLE<std::uint32_t>(head + 10, static_cast<std::uint32_t>(pixelOffset));
+    std::uint8_t* info = head + kFileHeader;
+    PutLE<std::uint32_t>(info, kInfoHeader);
+    PutLE<std::int32_t>(info + 4, static_cast<std::int32_t>(h.width));
+    PutLE<std::int32_t>(info + 8, static_cast<std::int32_t>(h.height));  // positive: bottom-up
+    PutLE<std::uint16_t>(info + 12, 1);
+    PutLE<std::uint16_t>(info + 14, static_cast<std::uint16_t>(pixelBits));
+    PutLE<std::uint32_t>(info + 20, static_cast<std::uint32_t>(imageBytes));
+    PutLE<std::uint32_t>(info + 24, 2835);  // 72 dpi
+    PutLE<std::uint32_t>(info + 28, 2835);
+    PutLE<std::uint32_t>(info + 32, pixelBits == 8 ? 256 : 0);
+    PutLE<std::uint32_t>(info + 36, pixelBits == 8 ? 256 : 0);
+    out_.Write(head, sizeof head);
+    if (pixelBits == 8) {
+      std::uint8_t palette[1024];
+      for (int i = 0; i < 256; ++i) {
+        PutLE<std::uint32_t>(palette + 4 * i, h.palette[i]);
+        palette[4 * i + 3] = 0;  // the header's fourth byte is a flag; BMP keeps it reserved
+      }
+      out_.Write(palette, sizeof palette);
+    }
+    const std::uint8_t padding[4] = {};
+    for (std::uint32_t y = h.height; y-- > 0;) {
+      out_.Write(frame.pixels + y * rowBytes, rowBytes);
+      out_.Write(padding, stride - rowBytes);
+    }
+    if (frame.metadata != nullptr) {
+      std::uint8_t tag[8];
+      std::memcpy(tag, kTrailerTag, 4);
+      PutLE<std::uint32_t>(tag + 4, kMetadataBlockSize);
+      out_.Write(tag, 8);
+      out_.Write(frame.metadata, kMetadataBlockSize);
+    }
+    return out_.Failed() ? kFkWriteFailed : 0;
+  }
+
+  int Finish() override { return out_.Close() ? 0 : kFkWriteFailed; }
+
+ private:
+  OutputStream out_;
+};
+
+class BmpFile final : public ImageFile {
+ public:
+  int Open(const std::string& path) {
+    if (const int r = ReadWholeFile(path, data_); r != 0) return r;
+    const ByteView v{data_.data(), data_.size()};
+    if (!v.Has(0, kFileHeader + 16) || data_[0] != 'B' || data_[1] != 'M') return kFkNotAnImage;
+    const std::uint8_t* info = data_.data() + kFileHeader;
+    const std::uint32_t infoSize = GetLE<std::uint32_t>(info);
+    if (infoSize < kInfoHeader || !v.Has(kFileHeader, infoSize)) return kFkDamagedImage;
+    const std::int32_t width = GetLE<std::int32_t>(info + 4);
+    const std::int32_t height = GetLE<std::int32_t>(info + 8);
+    pixelBits_ = GetLE<std::uint16_t>(info + 14);
+    const std::uint32_t compression = GetLE<std::uint32_t>(info + 16);
+    std::uint32_t colours = GetLE<std::uint32_t>(info + 32);
+    pixelOffset_ = GetLE<std::uint32_t>(data_.data() + 10);
+    if (width <= 0 || height == 0 || height == INT32_MIN) return kFkDamagedImage;
+    if (!(pixelBits_ == 8 || pixelBits_ == 24 || pixelBits_ == 32)) return kFkNotAnImage;
+    if (!(compression == 0 || (compression == 3 && pixelBits_ == 32))) return kFkNotAnImage;
+    topDown_ = height < 0;
+    info_.width = static_cast<std::uint32_t>(width);
+    info_.height = static_cast<std::uint32_t>(topDown_ ? -static_cast<std::int64_t>(height) : height);
+    if (const int check = CheckGeometry(info_.width, info_.height, 4); check != 0) return check;
+    stride_ = ((std::uint64_t{info_.width} * pixelBits_ / 8) + 3) & ~std::uint64_t{3};
+    if (!v.Has(pixelOffset_, stride_ * info_.height)) return kFkDamagedImage;
+    bool grey = false;
+    if (pixelBits_ == 8) {
+      if (colours == 0 || colours > 256) colours = 256;
+      const std::uint64_t paletteOffset = kFileHeader + infoSize;
+      if (!v.Has(paletteOffset, std::uint64_t{colours} * 4) || paletteOffset + colours * 4 > pixelOffset_)
+        return kFkDamagedImage;
+      palette_.assign(256, 0);
+      grey = true;
+      for (std::uint32_t i = 0; i < colours; ++i) {
+        palette_[i] = GetLE<std::uint32_t>(data_.data() + paletteOffset + 4 * i) & 0xFFFFFF;
+        const std::uint32_t b = palette_[i] & 0xFF, g = (palette_[i] >> 8) & 0xFF, r = palette_[i] >> 16;
+        grey = grey && b == g && g == r;
+      }
+    }
+    grey_ = grey;
+    info_.fileType = 2;
+    info_.bits = grey ? 8 : 24;
+    info_.colorKind = grey ? kColorKindGrey : kColorKindColor;
+    info_.frameCount = 1;
+    return 0;
+  }
+
+  int ReadFrame(std::uint32_t index, DecodedFrame& frame) override {
+    if (index != 0) return kFkDamagedImage;
+    const std::uint32_t outBytes = grey_ ? 1 : 3;
+    frame.pixels.resize(std::size_t{info_.width} * info_.height * outBytes);
+    frame.alpha.clear();
+    for (std::uint32_t y = 0; y < info_.height; ++y) {
+      const std::uint8_t* in = data_.data() + pixelOffset_ + stride_ * (topDown_ ? y : info_.height - 1 - y);
+      std::uint8_t* out = frame.pixels.data() + std::size_t{y} * info_.width * outBytes;
+      for (std::uint32_t x = 0; x < info_.width; ++x) {
+        if (pixelBits_ == 8) {
+          const std::uint32_t entry = palette_[in[x]];
+          if (grey_) {
+            out[x] = static_cast<std::uint8_t>(entry);
+          } else {
+            PutLE<std::uint16_t>(out + 3 * x, static_cast<std::uint16_t>(entry));
+            out[3 * x + 2] = static_cast<std::uint8_t>(entry >> 16);
+          }
+        } else {
+          std::memcpy(out + 3 * x, in + std::size_t{x} * (pixelBits_ / 8), 3);
+        }
+      }
+    }
+    const std::uint64_t end = pixelOffset_ + stride_ * info_.height;
+    const ByteView v{data_.data(), data_.size()};
+    frame.hasMetadata = v.Has(end, 8 + kMetadataBlockSize) &&
+                        std::memcmp(data_.data() + end, kTrailerTag, 4) == 0 &&
+                        GetLE<std::uint32_t>(data_.data() + end + 4) == kMetadataBlockSize;
+    if (frame.hasMetadata) std::memcpy(frame.metadata.data(), data_.data() + end + 8, kMetadataBlockSize);
+    return 0;
+  }
+
+ private:
+  std::vector<std::uint8_t> data_;
+  std::vector<std::uint32_t> palette_;
+  std::uint32_t pixelBits_ = 0;
+  std::uint64_t pixelOffset_ = 0, stride_ = 0;
+  bool topDown_ = false, grey_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameWriter> CreateBmpWriter(int fd, const std::string&, const FileTypeRow&, int*) {
+  return std::make_unique<BmpWriter>(fd);
+}
+
+std::unique_ptr<ImageFile> OpenBmpFile(const std::string& path, int* result) {
+  auto file = std::make_unique<BmpFile>();
+  *result = file->Open(path);
+  return *result == 0 ? std::move(file) : nullptr;
+}
+
+}  // namespace tarnvel::framekit

@@ -1,0 +1,31 @@
+// What the TIFF-based writers (TIFF, multipage TIFF, DNG) share: the private
+// metadata tag, quiet error handling, and writing one frame as one directory.
+#pragma once
+
+#include <cstdint>
+#include <tiffio.h>
+
+#include "platform/framekit/FrameWriter.h"
+
+namespace tarnvel::framekit {
+
+// The frame's 1024-byte block: private tag, type UNDEFINED, count 1024.
+constexpr ttag_t kMetadataTag = 65001;
+
+// Once per process: register the private tag and silence libtiff's printing.
+void PrepareTiffLibrary();
+
+struct TiffImageOptions {
+  std::uint16_t compression = COMPRESSION_NONE;
+  bool page = false;  // a page of a multipage file: subfile type and page number
+  bool linearRaw = false;  // DNG: photometric LinearRaw, white level instead of max sample value
+};
+
+// Writes the frame as the current directory and closes the directory.
+// Returns 0 or a FrameKit result.
+int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& options);
+
+// Opens libtiff on a created file: BigTIFF when the estimated size would pass 4 GiB.
+TIFF* OpenTiffOnDescriptor(int fd, const char* path, std::uint64_t estimatedBytes);
+
+}  // namespace tarnvel::framekit

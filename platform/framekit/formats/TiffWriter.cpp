@@ -1,0 +1,93 @@
+// The TIFF-based types: TIFF (1), multipage TIFF (11) and DNG (51). A single
+// TIFF is uncompressed; a multipage file is compressed as its compressor
+// handler says and becomes BigTIFF when its frames would pass 4 GiB; a DNG
+// holds the pixels as linear raw data with the white level telling the
+// significant bits. libtiff opens at the first frame, when the frame size and
+// count tell whether the file must be BigTIFF.
+#include <unistd.h>
+
+#include "platform/framekit/FileTypes.h"
+#include "platform/framekit/FrameKit.h"
+#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/formats/TiffCommon.h"
+
+namespace tarnvel::framekit {
+namespace {
+
+void SetDngTags(TIFF* tif, const PixelLayout& layout) {
+  static const std::uint8_t kVersion[4] = {1, 4, 0, 0};
+  static const std::uint8_t kBackwardVersion[4] = {1, 1, 0, 0};
+  TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
+  TIFFSetField(tif, TIFFTAG_DNGVERSION, kVersion);
+  TIFFSetField(tif, TIFFTAG_DNGBACKWARDVERSION, kBackwardVersion);
+  TIFFSetField(tif, TIFFTAG_MAKE, "OKN");
+  TIFFSetField(tif, TIFFTAG_MODEL, "High-speed camera");
+  TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, "OKN High-speed camera");
+  if (layout.channels == 3) {
+    // The data is already white-balanced camera RGB: identity matrix, neutral grey.
+    static const float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    static const float kNeutral[3] = {1, 1, 1};
+    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, kIdentity);
+    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, kNeutral);
+    TIFFSetField(tif, TIFFTAG_CALIBRATIONILLUMINANT1, 21 /* D65 */);
+  }
+}
+
+class TiffWriter final : public FrameWriter {
+ public:
+  TiffWriter(int fd, std::string path, int fileType)
+      : fd_(fd), path_(std::move(path)), fileType_(fileType) {
+    options_.page = fileType_ == 11;
+    options_.linearRaw = fileType_ == 51;
+    if (options_.page) options_.compression = static_cast<std::uint16_t>(OptionsInForce(11).handler);
+  }
+  ~TiffWriter() override { Finish(); }
+
+  int Write(const FrameData& frame) override {
+    const PixelLayout layout = LayoutOfDepth(frame.header->bits);
+    if (tif_ == nullptr) {
+      if (fd_ < 0) return kFkWriteFailed;
+      const FrameHeader& h = *frame.header;
+      const std::uint64_t frameBytes = std::uint64_t{h.width} * h.height * layout.bytesPerPixel + 4096;
+      tif_ = OpenTiffOnDescriptor(fd_, path_.c_str(), frameBytes * (options_.page ? frame.total : 1));
+      if (tif_ == nullptr) {
+        ::close(fd_);
+        fd_ = -1;
+        return kFkWriteFailed;
+      }
+      fd_ = -1;  // libtiff owns it now
+    }
+    if (fileType_ == 51) SetDngTags(tif_, layout);
+    return WriteTiffImage(tif_, frame, options_);
+  }
+
+  int Finish() override {
+    int result = 0;
+    if (tif_ != nullptr) {
+      if (!TIFFFlush(tif_)) result = kFkWriteFailed;
+      TIFFClose(tif_);
+      tif_ = nullptr;
+    }
+    if (fd_ >= 0) {
+      ::close(fd_);
+      fd_ = -1;
+    }
+    return result;
+  }
+
+ private:
+  int fd_;
+  std::string path_;
+  int fileType_;
+  TiffImageOptions options_;
+  TIFF* tif_ = nullptr;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameWriter> CreateTiffWriter(int fd, const std::string& path,
+                                              const FileTypeRow& type, int*) {
+  return std::make_unique<TiffWriter>(fd, path, type.number);
+}
+
+}  // namespace tarnvel::framekit

@@ -1,0 +1,42 @@
+// Frames of known content for the image library's tests.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/framekit/FrameKit.h"
+
+namespace tarnvel::test {
+
+struct FrameSpec {
+  std::uint32_t width = 0, height = 0, bits = 8;
+  bool mosaic = false;
+  std::uint32_t mosaicOrder = 0;
+};
+
+// The header that the frame step would fill for such a frame.
+FrameHeader MakeHeader(const FrameSpec& spec);
+// Bytes such a frame takes (a mosaic: one plane of bits / 3).
+std::size_t FrameBytes(const FrameSpec& spec);
+// Pixels that use the whole value range of the depth and differ per frame,
+// row, column and channel: samples are right-aligned and never exceed the depth.
+std::vector<std::uint8_t> PatternFrame(const FrameSpec& spec, std::uint32_t frame);
+// A metadata block that names its frame, so that blocks cannot be mixed up;
+// its frame index is big-endian for the types that store the block so (5, 21).
+std::array<std::uint8_t, kMetadataBlockSize> PatternBlock(std::uint32_t frame, bool bigEndian = false);
+// Whether a path's type joins a big-endian block to its pixels (TP2, T2C).
+bool JoinsBlock(const std::string& path);
+
+// Writes `frames` frames of the pattern to `path` and returns the first failing
+// result, or 0. Blocks go with every frame when `withBlocks`.
+int WritePatternFile(const std::string& path, const FrameSpec& spec, std::uint32_t frames, bool withBlocks = true);
+
+// The path of the built tarnvel-inspect.
+std::string InspectProgram();
+
+// Runs /usr/bin/python3 with a script; returns its exit status and output.
+int RunPython(const std::string& script, std::string* output);
+
+}  // namespace tarnvel::test

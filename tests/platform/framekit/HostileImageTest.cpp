@@ -1,0 +1,261 @@
+// Images from outside: logos and backgrounds made by other programs, and
+// damaged or hostile files. Reading them either succeeds with the right
+// pixels or fails with a result; it never reads or writes out of bounds
+// (the sanitizer build runs these too).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "platform/framekit/FrameKit.h"
+#include "platform/framekit/ImageReader.h"
+#include "tests/platform/framekit/FrameKitTestSupport.h"
+#include "tests/support/TestFiles.h"
+
+namespace tarnvel {
+namespace {
+
+// Loads with a guard zone behind the buffer; fails the test if the guard is touched.
+int LoadGuarded(const std::string& path, std::uint32_t rowLength, std::uint32_t rows, std::vector<std::uint8_t>& out) {
+  constexpr std::size_t kGuard = 4096;
+  std::vector<std::uint8_t> buffer(std::size_t{rowLength} * rows + kGuard, 0xCD);
+  const int result = LoadImage(path.c_str(), 0, rowLength, rows, buffer.data(), 0);
+  for (std::size_t i = buffer.size() - kGuard; i < buffer.size(); ++i)
+    if (buffer[i] != 0xCD) {
+      ADD_FAILURE() << path << ": written past the buffer at " << i;
+      break;
+    }
+  buffer.resize(buffer.size() - kGuard);
+  out = std::move(buffer);
+  return result;
+}
+
+// Pillow makes logos of the kinds users bring: alpha, palettes, run-length TGA.
+TEST(LogoImages, OtherProgramsImagesLoadWithTheirAlphaPlane) {
+  test::TempDir dir;
+  const std::string d = dir.path().string();
+  std::string out;
+  ASSERT_EQ(test::RunPython(
+                "import numpy as np\nfrom PIL import Image\n"
+                "w, h = 13, 7\n"
+                "y, x = np.mgrid[0:h, 0:w]\n"
+                "rgba = np.stack([x * 19 % 256, y * 37 % 256, (x * y * 5) % 256, (x + y) * 17 % 256], -1).astype(np.uint8)\n"
+                "def save(name, im, **kw):\n"
+                "    im.save('" + d + "/' + name, **kw)\n"
+                "    a = np.array(im.convert('RGBA') if im.mode in ('RGBA', 'LA', 'P') else im)\n"
+                "    open('" + d + "/' + name + '.expect', 'wb').write(a.tobytes())\n"
+                "save('rgba.png', Image.fromarray(rgba, 'RGBA'))\n"
+                "save('la.png', Image.fromarray(rgba[:, :, :4:3], 'LA'))\n"
+                "save('rgb.bmp', Image.fromarray(rgba[:, :, :3], 'RGB'))\n"
+                "save('rle.tga', Image.fromarray(rgba, 'RGBA'), compression='tga_rle')\n"
+                "save('plain.tga', Image.fromarray(rgba[:, :, :3], 'RGB'))\n"
+                "save('rgba.tif', Image.fromarray(rgba, 'RGBA'))\n"
+                "save('grey.tif', Image.fromarray(rgba[:, :, 0], 'L'))\n"
+                "p = Image.fromarray(rgba[:, :, :3], 'RGB').quantize(16)\n"
+                "p.info['transparency'] = 3\n"
+                "save('palette.png', p, transparency=3)\n"
+                "save('palette.bmp', Image.fromarray(rgba[:, :, :3], 'RGB').quantize(16))\n",
+                &out),
+            0)
+      << out;
+  struct Logo {
+    const char* name;
+    std::uint32_t bits, kind, channelsInExpect;
+  };
+  const Logo logos[] = {{"rgba.png", 24, kColorKindColorAlpha, 4}, {"la.png", 8, kColorKindGreyAlpha, 4},
+                        {"rgb.bmp", 24, kColorKindColor, 3},       {"rle.tga", 24, kColorKindColorAlpha, 4},
+                        {"plain.tga", 24, kColorKindColor, 3},     {"rgba.tif", 24, kColorKindColorAlpha, 4},
+                        {"grey.tif", 8, kColorKindGrey, 1},        {"palette.png", 24, kColorKindColorAlpha, 4},
+                        {"palette.bmp", 24, kColorKindColor, 4}};
+  const std::uint32_t w = 13, h = 7;
+  for (const Logo& logo : logos) {
+    SCOPED_TRACE(logo.name);
+    const std::string path = dir.File(logo.name);
+    ImageInfo info{};
+    ASSERT_EQ(GetImageInfo(path.c_str(), &info), 0);
+    EXPECT_EQ(info.size, kFrameHeaderSize);
+    EXPECT_EQ(info.width, w);
+    EXPECT_EQ(info.height, h);
+    EXPECT_EQ(info.bits, logo.bits);
+    EXPECT_EQ(info.colorKind, logo.kind);
+    const bool alpha = logo.kind >= kColorKindGreyAlpha;
+    const std::uint32_t colourBytes = logo.bits / 8;
+    // As a logo is loaded: padded rows of (colour + alpha) bytes a pixel.
+    const std::uint32_t padded = (w + 3) & ~3u;
+    const std::uint32_t rowLength = (colourBytes + (alpha ? 1 : 0)) * padded;
+    std::vector<std::uint8_t> buffer;
+    ASSERT_EQ(LoadGuarded(path, rowLength, h, buffer), 0);
+    const std::string expect = test::ReadFile(path + ".expect");
+    const std::uint32_t colourRow = rowLength - (alpha ? w : 0);
+    for (std::uint32_t y = 0; y < h; ++y)
+      for (std::uint32_t x = 0; x < w; ++x) {
+        const auto* e = reinterpret_cast<const std::uint8_t*>(expect.data()) + (y * w + x) * logo.channelsInExpect;
+        const std::uint8_t* c = buffer.data() + y * colourRow + x * colourBytes;
+        if (colourBytes == 3) {
+          ASSERT_EQ(c[0], e[2]) << x << "," << y;
+          ASSERT_EQ(c[1], e[1]) << x << "," << y;
+          ASSERT_EQ(c[2], e[0]) << x << "," << y;
+        } else {
+          ASSERT_EQ(c[0], e[0]) << x << "," << y;
+        }
+        if (alpha) {
+          ASSERT_EQ(buffer[colourRow * h + y * w + x], e[3]) << "alpha " << x << "," << y;
+        }
+      }
+  }
+}
+
+TEST(LogoImages, UnpaddedRowLengthGivesATightBuffer) {
+  test::TempDir dir;
+  const std::string path = dir.File("tight.png");
+  const test::FrameSpec spec{13, 5, 16};
+  ASSERT_EQ(test::WritePatternFile(path, spec, 1), 0);
+  std::vector<std::uint8_t> buffer;
+  ASSERT_EQ(LoadGuarded(path, 13 * 2, 5, buffer), 0);
+  EXPECT_TRUE(buffer == test::PatternFrame(spec, 0));
+  EXPECT_EQ(LoadImage(path.c_str(), 0, 13 * 2 - 1, 5, buffer.data(), 0), kFkBadArgument) << "rows too short";
+  std::vector<std::uint8_t> fewer;
+  ASSERT_EQ(LoadGuarded(path, 13 * 2, 2, fewer), 0) << "fewer rows than the image: only those";
+}
+
+// Each reader, given its own files cut short, bent or lying about their size.
+class DamagedImages : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(DamagedImages, FailWithAResultAndNeverCrash) {
+  const std::string ext = GetParam();
+  test::TempDir dir;
+  const std::string good = dir.File("good." + ext);
+  const test::FrameSpec spec{64, 40, ext == "jpg" || ext == "bmp" || ext == "tga" ? 24u : 16u};
+  const std::uint32_t frames = ext == "mpt" || ext == "mrf" || ext == "mcf" || ext == "fba" || ext == "bld" ? 2 : 1;
+  ASSERT_EQ(test::WritePatternFile(good, spec, frames), 0);
+  const std::string bytes = test::ReadFile(good);
+  const std::uint32_t rowLength = 64 * 6 + 64;  // room for any depth with alpha
+  std::vector<std::uint8_t> buffer;
+  ImageInfo info{};
+
+  // Cut short: in the header, and in the pixels.
+  for (std::size_t cut : {std::size_t{0}, std::size_t{5}, std::size_t{40}, bytes.size() / (2 * frames)}) {
+    const std::string path = dir.File("cut" + std::to_string(cut) + "." + ext);
+    test::WriteFile(path, bytes.substr(0, cut));
+    const int infoResult = GetImageInfo(path.c_str(), &info);
+    const int loadResult = LoadGuarded(path, rowLength, 40, buffer);
+    EXPECT_NE(loadResult, 0) << "cut at " << cut;
+    if (cut < 40) {
+      EXPECT_GT(infoResult, 0) << "cut at " << cut;
+    }
+  }
+
+  // Wrong magic.
+  std::string wrong = bytes;
+  wrong[0] = static_cast<char>(wrong[0] ^ 0x5A);
+  wrong[1] = static_cast<char>(wrong[1] ^ 0x5A);
+  const std::string wrongPath = dir.File("wrong." + ext);
+  test::WriteFile(wrongPath, wrong);
+  if (ext != "tga") {  // TGA has no magic: its header is still valid
+    EXPECT_EQ(GetImageInfo(wrongPath.c_str(), &info), kFkNotAnImage);
+    EXPECT_NE(LoadGuarded(wrongPath, rowLength, 40, buffer), 0);
+  }
+
+  // Random damage anywhere: any result, but within bounds.
+  std::mt19937 random(1234);
+  for (int round = 0; round < 300; ++round) {
+    std::string bent = bytes;
+    const int flips = 1 + round % 8;
+    for (int i = 0; i < flips; ++i)
+      bent[random() % bent.size()] = static_cast<char>(random());
+    if (round % 3 == 0) bent.resize(random() % bent.size());
+    const std::string path = dir.File("bent." + ext);
+    test::WriteFile(path, bent);
+    if (GetImageInfo(path.c_str(), &info) == 0 && std::uint64_t{info.width} * 7 <= rowLength &&
+        info.height <= 4096) {
+      LoadGuarded(path, rowLength, info.height, buffer);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllReaders, DamagedImages,
+                         ::testing::Values("png", "jpg", "tif", "bmp", "tga", "dpx", "mpt", "dng", "mrf", "mcf",
+                                           "fba", "bld"));
+
+void PutLE32(std::string& s, std::size_t at, std::uint32_t v) { std::memcpy(&s[at], &v, 4); }
+void PutBE32(std::string& s, std::size_t at, std::uint32_t v) {
+  for (int i = 0; i < 4; ++i) s[at + i] = static_cast<char>(v >> (24 - 8 * i));
+}
+
+TEST(HostileImages, HugeDimensionsAreRefusedBeforeAnyAllocation) {
+  test::TempDir dir;
+  const test::FrameSpec spec{16, 16, 8};
+  std::vector<std::uint8_t> buffer;
+  ImageInfo info{};
+  struct Patch {
+    const char* ext;
+    void (*apply)(std::string&);
+    bool headerReadable;  // the damage lies behind the header
+  };
+  const Patch patches[] = {
+      {"bmp", [](std::string& s) { PutLE32(s, 18, 0x7FFFFFFF); PutLE32(s, 22, 0x7FFFFFFF); }, false},
+      {"bmp", [](std::string& s) { PutLE32(s, 22, 0x80000000u); }, false},
+      {"tga", [](std::string& s) { s[12] = s[13] = s[14] = s[15] = '\xFF'; }, false},
+      {"dpx", [](std::string& s) { PutBE32(s, 772, 0xFFFFFFFF); PutBE32(s, 776, 0xFFFFFFFF); }, false},
+      {"dpx", [](std::string& s) { PutBE32(s, 808, 0xFFFFFFF0); }, false},
+      {"mrf", [](std::string& s) { PutLE32(s, 20, 0x10000000); PutLE32(s, 24, 0x10000000); }, false},
+      // A compressed record that claims 4 GiB: the file holds no whole frame.
+      {"mcf", [](std::string& s) { PutLE32(s, 64, 0xFFFFFFF0); }, true},
+      {"png", [](std::string& s) { PutBE32(s, 16, 0x7FFFFFFF); PutBE32(s, 20, 0x7FFFFFFF); }, false},
+  };
+  int n = 0;
+  for (const Patch& patch : patches) {
+    const std::string good = dir.File("g" + std::to_string(n) + "." + patch.ext);
+    ASSERT_EQ(test::WritePatternFile(good, spec, 1), 0);
+    std::string bytes = test::ReadFile(good);
+    patch.apply(bytes);
+    const std::string path = dir.File("huge" + std::to_string(n++) + "." + patch.ext);
+    test::WriteFile(path, bytes);
+    const int infoResult = GetImageInfo(path.c_str(), &info);
+    const int loadResult = LoadGuarded(path, 16, 16, buffer);
+    EXPECT_NE(loadResult, 0) << path;
+    EXPECT_EQ(infoResult == 0, patch.headerReadable) << path;
+  }
+  // A container that claims four billion frames holds the one it has.
+  const std::string many = dir.File("many.mrf");
+  ASSERT_EQ(test::WritePatternFile(many, spec, 1), 0);
+  std::string bytes = test::ReadFile(many);
+  PutLE32(bytes, 44, 0xFFFFFFFF);
+  test::WriteFile(many, bytes);
+  int result = 0;
+  auto file = framekit::OpenImageFile(many, &result);
+  ASSERT_TRUE(file);
+  EXPECT_EQ(file->Info().frameCount, 1u);
+
+  // A TIFF that claims 2^31 by 2^31 pixels.
+  const std::string tiff = dir.File("huge.tif");
+  ASSERT_EQ(test::RunPython("import struct\n"
+                            "ifd = [(256, 4, 1, 0x7FFFFFFF), (257, 4, 1, 0x7FFFFFFF), (258, 3, 1, 8), (259, 3, 1, 1),"
+                            " (262, 3, 1, 1), (273, 4, 1, 8), (277, 3, 1, 1), (278, 4, 1, 1), (279, 4, 1, 1)]\n"
+                            "b = b'II*\\x00' + struct.pack('<I', 16) + b'\\x00' * 8 + struct.pack('<H', len(ifd))\n"
+                            "for t, ty, c, v in ifd: b += struct.pack('<HHII', t, ty, c, v)\n"
+                            "b += b'\\x00' * 4\nopen('" + tiff + "', 'wb').write(b)\n",
+                            nullptr),
+            0);
+  EXPECT_GT(GetImageInfo(tiff.c_str(), &info), 0);
+  EXPECT_NE(LoadGuarded(tiff, 16, 16, buffer), 0);
+}
+
+TEST(HostileImages, MissingEmptyAndNonRegularPathsFail) {
+  test::TempDir dir;
+  ImageInfo info{};
+  std::vector<std::uint8_t> buffer(64);
+  EXPECT_EQ(GetImageInfo(dir.File("missing.png").c_str(), &info), kFkReadFailed);
+  EXPECT_NE(GetImageInfo(dir.path().string().c_str(), &info), 0);
+  test::WriteFile(dir.File("empty.png"), "");
+  EXPECT_GT(GetImageInfo(dir.File("empty.png").c_str(), &info), 0);
+  test::WriteFile(dir.File("text.png"), "this is not an image at all");
+  EXPECT_EQ(GetImageInfo(dir.File("text.png").c_str(), &info), kFkNotAnImage);
+  EXPECT_EQ(LoadImage(dir.File("text.png").c_str(), 0, 8, 8, buffer.data(), 0), kFkNotAnImage);
+  EXPECT_EQ(GetImageInfo(nullptr, &info), kFkBadArgument);
+  EXPECT_EQ(LoadImage(dir.File("text.png").c_str(), 0, 8, 8, nullptr, 0), kFkBadArgument);
+}
+
+}  // namespace
+}  // namespace tarnvel
