@@ -1,0 +1,220 @@
+#include "frames/ImageProcessor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+
+#include "frames/primitives/Neighbourhood.h"
+#include "frames/primitives/PixelOps.h"
+
+namespace tarnvel {
+namespace {
+
+constexpr std::size_t kLookupWords = 262144 / 2;
+constexpr std::size_t kScratchSpare = 4096;
+// The reference of a row offset never exceeds this, whatever the depth.
+constexpr std::uint32_t kRowOffsetCeiling = 1000;
+
+bool EightBitSamples(std::uint32_t depth) { return SampleBytesOf(LayoutOfDepth(depth)) == 1; }
+
+}  // namespace
+
+ImageProcessor::ImageProcessor() : lookup_(kLookupWords, 0) {}
+
+void ImageProcessor::SetGeometry(std::uint32_t width, std::uint32_t height, std::uint32_t depth) {
+  width_ = width;
+  height_ = height;
+  depth_ = depth;
+  frameSize_ = static_cast<std::size_t>(width) * BytesPerPixel(depth) * height;
+}
+
+std::uint8_t* ImageProcessor::EnsureScratch(std::size_t size) {
+  if (!scratch_ || size != scratchSize_) {
+    scratch_.reset();
+    scratchSize_ = 0;
+    if (size > SIZE_MAX - kScratchSpare) return nullptr;
+    scratch_.reset(new (std::nothrow) std::uint8_t[size + kScratchSpare]);
+    if (!scratch_) return nullptr;
+    scratchSize_ = size;
+  }
+  std::memset(scratch_.get(), 0, size);
+  return scratch_.get();
+}
+
+void ApplyImageChain(ImageProcessor& processor, const CImageOpList& list, std::uint8_t* frame) {
+  for (const auto& item : list)
+    if (item && item->code != ImgOpDisabled) processor.Apply(*item, frame);
+}
+
+void ImageProcessor::Apply(const ImageOpItem& item, std::uint8_t* frame) {
+  if (!frame || frameSize_ == 0) return;
+  switch (item.code) {
+    case ImgOpLaplacian:
+    case ImgOpPrewitt:
+    case ImgOpSobel:
+    case ImgOpAverage:
+    case ImgOpGaussian:
+      // A row outside the family's table is an entry without effect.
+      if (const ConvolutionFilter* filter = BuiltInFilter(item.code, item.value1)) Convolve(*filter, frame);
+      break;
+    case ImgOpBox: {
+      // A box beyond 10 x 10 does not fit the record; the convolution refuses it.
+      ConvolutionFilter box{};
+      box.sizeX = box.sizeY = item.value1;
+      box.anchorX = box.anchorY = item.value1 / 2;
+      if (item.value1 >= 1 && item.value1 * item.value1 <= static_cast<std::int32_t>(kFilterCoefficients)) {
+        box.divisor = item.value1 * item.value1;
+        std::fill_n(box.coefficients, box.divisor, 1);
+      }
+      Convolve(box, frame);
+      break;
+    }
+    case ImgOpMedian: RankFilter(RankKind::Median, item.value1, frame); break;
+    case ImgOpMinimum: RankFilter(RankKind::Minimum, item.value1, frame); break;
+    case ImgOpMaximum: RankFilter(RankKind::Maximum, item.value1, frame); break;
+    case ImgOpUserFilter:
+      if (item.filter) Convolve(*item.filter, frame);
+      break;
+    case ImgOpBrightnessContrast: BrightnessContrast(item.value1, item.value2, frame); break;
+    case ImgOpGamma: Gamma(item.value1, frame); break;
+    case ImgOpNegative: Negative(frame); break;
+    case ImgOpEqualize: Equalize(frame); break;
+    case ImgOpFlipVertical:
+    case ImgOpFlipHorizontal:
+      MirrorInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_,
+                    item.code == ImgOpFlipVertical ? 0 : 1);
+      break;
+    case ImgOpRowOffset: RowOffset(item.value1, item.value2, frame); break;
+    default: break;
+  }
+}
+
+void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* frame) {
+  std::uint8_t* scratch = EnsureScratch(frameSize_);
+  if (!scratch || !frame || frameSize_ == 0) return;
+  const std::int32_t w = filter.sizeX, h = filter.sizeY;
+  // Kernels that the record cannot hold (sizes below 1, more than 100
+  // coefficients) are refused like any failing filter: the zeros stay.
+  if (w >= 1 && h >= 1 && static_cast<std::int64_t>(w) * h <= static_cast<std::int64_t>(kFilterCoefficients)) {
+    std::int16_t kernel[kFilterCoefficients];
+    for (std::int32_t t = 0; t < w * h; ++t)
+      kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
+    const std::size_t rowBytes = frameSize_ / height_;
+    ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, scratch, rowBytes, width_, height_, kernel, w, h,
+                   filter.divisor);
+  }
+  std::memcpy(frame, scratch, frameSize_);
+}
+
+void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {
+  std::uint8_t* scratch = EnsureScratch(frameSize_);
+  if (!scratch || !frame || frameSize_ == 0) return;
+  const std::size_t rowBytes = frameSize_ / height_;
+  const PixelLayout layout = LayoutOfDepth(depth_);
+  switch (kind) {
+    case RankKind::Median:
+      MedianBorder(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize);
+      break;
+    case RankKind::Minimum:
+      MinimumBorder(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize);
+      break;
+    case RankKind::Maximum:
+      MaximumBorder(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize);
+      break;
+  }
+  std::memcpy(frame, scratch, frameSize_);
+}
+
+// ------------------------------------------------------------ point operations
+
+template <class Entry>
+void ImageProcessor::MapThroughTable(std::uint8_t* frame, Entry entry) {
+  if (EightBitSamples(depth_)) {
+    auto* table = reinterpret_cast<std::uint8_t*>(lookup_.data());
+    for (std::uint32_t i = 0; i < 256; ++i) table[i] = static_cast<std::uint8_t>(entry(i, 255u));
+    for (std::size_t i = 0; i < frameSize_; ++i) frame[i] = table[frame[i]];
+    return;
+  }
+  const std::uint32_t m = FullScale(depth_);
+  std::uint16_t* table = lookup_.data();
+  for (std::uint32_t i = 0; i <= m; ++i) table[i] = static_cast<std::uint16_t>(entry(i, m));
+  // A value above the depth's full scale (a filter may leave one) maps like the full scale.
+  std::fill(table + m + 1, table + 65536, table[m]);
+  auto* words = reinterpret_cast<std::uint16_t*>(frame);
+  const std::size_t count = frameSize_ / 2;
+  for (std::size_t i = 0; i < count; ++i) words[i] = table[words[i]];
+}
+
+void ImageProcessor::BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame) {
+  if (brightness == 0 && contrast == 0) return;
+  const float factorSingle = 1.0f + static_cast<float>(contrast) / 100.0f;
+  const double factor = factorSingle;
+  MapThroughTable(frame, [&](std::uint32_t i, std::uint32_t m) -> std::uint32_t {
+    const double v = factor * i + static_cast<double>(m) * brightness / 100.0;
+    if (v < 0) return 0;
+    if (v > m) return m;
+    return static_cast<std::uint32_t>(v);
+  });
+}
+
+void ImageProcessor::Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame) {
+  const float g = static_cast<float>(gammaTimes1000 / 1000.0);
+  if (g == 0.0f) return;
+  MapThroughTable(frame, [&](std::uint32_t i, std::uint32_t m) -> std::uint32_t {
+    double x = i;
+    if (x > 0 && g != 1.0f) x = m * std::pow(x / m, 1.0 / g);
+    if (x < 0) return 0;
+    if (x > m) return m;
+    return static_cast<std::uint32_t>(x);
+  });
+}
+
+void ImageProcessor::Negative(std::uint8_t* frame) {
+  const std::uint16_t full = EightBitSamples(depth_) ? 255 : static_cast<std::uint16_t>(FullScale(depth_));
+  const std::uint16_t mask[3] = {full, full, full};
+  InvertInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_, mask);
+}
+
+void ImageProcessor::Equalize(std::uint8_t* frame) {
+  // Grey only. Depths 13 to 16 get tables of their full size.
+  if (depth_ > 16 || depth_ == 0) return;
+  const std::size_t levels = std::size_t{1} << depth_;
+  const std::size_t pixels = static_cast<std::size_t>(width_) * height_;
+  std::vector<std::uint32_t> count(levels, 0), table(levels, 0);
+  // Values above the full scale count and map as the full scale.
+  auto level = [&](std::uint32_t v) { return std::min<std::size_t>(v, levels - 1); };
+  auto equalise = [&](auto* samples) {
+    for (std::size_t p = 0; p < pixels; ++p) ++count[level(samples[p])];
+    double s = 0;
+    for (std::size_t i = 0; i < levels; ++i) {
+      s += static_cast<double>(count[i]) / static_cast<double>(pixels);
+      table[i] = static_cast<std::uint32_t>(s * static_cast<double>(levels - 1) + 0.5);
+    }
+    using Sample = std::remove_reference_t<decltype(*samples)>;
+    for (std::size_t p = 0; p < pixels; ++p) samples[p] = static_cast<Sample>(table[level(samples[p])]);
+  };
+  if (depth_ <= 8) equalise(frame);
+  else equalise(reinterpret_cast<std::uint16_t*>(frame));
+}
+
+void ImageProcessor::RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame) {
+  if (depth_ > 16) return;
+  auto offsetRows = [&](auto* samples) {
+    for (std::size_t y = 0; y < height_; ++y) {
+      auto* row = samples + y * width_;
+      std::uint32_t reference = kRowOffsetCeiling;
+      if (mode == 0) {
+        for (std::size_t x = 0; x < width_; ++x) reference = std::min<std::uint32_t>(reference, row[x]);
+      } else {
+        // A reference column outside the row leaves the row as it is.
+        reference = column >= 0 && static_cast<std::uint32_t>(column) < width_ ? row[column] : 0;
+      }
+      for (std::size_t x = 0; x < width_; ++x) row[x] = row[x] >= reference ? row[x] - reference : 0;
+    }
+  };
+  if (depth_ <= 8) offsetRows(frame);
+  else offsetRows(reinterpret_cast<std::uint16_t*>(frame));
+}
+
+}  // namespace tarnvel
