@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -14,6 +15,11 @@ namespace {
 
 // Samples that a blocked loop may read past the end of a padded row.
 constexpr std::size_t kSlack = 64;
+
+template <class T, class S>
+TARNVEL_VECTOR_CLONES void WidenRow(const T* __restrict in, S* __restrict out, std::size_t samples) {
+  for (std::size_t s = 0; s < samples; ++s) out[s] = static_cast<S>(in[s]);
+}
 
 // Copies of the source rows that a window needs, each padded with zeros on
 // both sides and converted to the working type S. Rows are asked for in
@@ -35,9 +41,7 @@ class PaddedRows {
     const std::size_t slot = static_cast<std::size_t>(row) % rowOfSlot_.size();
     S* padded = buffer_.data() + slot * stride_;
     if (rowOfSlot_[slot] != row) {
-      const T* in = RowOf<T>(frame, rowBytes, static_cast<std::size_t>(row));
-      S* out = padded + left_;
-      for (std::size_t s = 0; s < samples_; ++s) out[s] = static_cast<S>(in[s]);
+      WidenRow(RowOf<T>(frame, rowBytes, static_cast<std::size_t>(row)), padded + left_, samples_);
       rowOfSlot_[slot] = row;
     }
     return padded;
@@ -54,24 +58,50 @@ constexpr T kSampleMax = std::numeric_limits<T>::max();
 
 // ---------------------------------------------------------------- convolution
 
-// acc[s] = sum over taps in (j, i) order of window[j][s + i * C] * weights[j * kw + i],
-// in blocks whose partial sums stay in registers. Every sample adds its
-// products in the same order, so the result does not depend on the blocking.
+template <class Acc>
+struct AccLanes;
+template <>
+struct AccLanes<float> {
+  typedef float type __attribute__((vector_size(32)));
+};
+template <>
+struct AccLanes<double> {
+  typedef double type __attribute__((vector_size(32)));
+};
+
+// acc[s] = sum over taps in (j, i) order of window[j][s + i * C] * weights[j * kw + i].
+// Four independent vectors of partial sums hide the latency of the adds.
+// Every sample adds its products in the same order, so the result does not
+// depend on the blocking or on the vector width.
 template <int C, class Acc>
-void ConvolveRow(const Acc* const* window, const Acc* weights, int kw, int kh, std::size_t samples, Acc* acc) {
-  constexpr std::size_t kBlock = 64 / sizeof(Acc);
-  for (std::size_t s = 0; s < samples; s += kBlock) {
-    Acc a[kBlock] = {};
+TARNVEL_VECTOR_CLONES void ConvolveRow(const Acc* const* window, const Acc* weights, int kw, int kh,
+                                       std::size_t samples, Acc* acc) {
+  using V = typename AccLanes<Acc>::type;
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(Acc);
+  static_assert(4 * kLanes <= kSlack);
+  for (std::size_t s = 0; s < samples; s += 4 * kLanes) {
+    V a0 = {}, a1 = {}, a2 = {}, a3 = {};
     const Acc* w = weights;
     for (int j = 0; j < kh; ++j) {
       const Acc* row = window[j] + s;
       for (int i = 0; i < kw; ++i, ++w) {
-        const Acc weight = *w;
+        const V weight = V{} + *w;
         const Acc* p = row + static_cast<std::size_t>(i) * C;
-        for (std::size_t l = 0; l < kBlock; ++l) a[l] += p[l] * weight;
+        V x0, x1, x2, x3;
+        std::memcpy(&x0, p, sizeof(V));
+        std::memcpy(&x1, p + kLanes, sizeof(V));
+        std::memcpy(&x2, p + 2 * kLanes, sizeof(V));
+        std::memcpy(&x3, p + 3 * kLanes, sizeof(V));
+        a0 += x0 * weight;
+        a1 += x1 * weight;
+        a2 += x2 * weight;
+        a3 += x3 * weight;
       }
     }
-    std::memcpy(acc + s, a, sizeof a);
+    std::memcpy(acc + s, &a0, sizeof(V));
+    std::memcpy(acc + s + kLanes, &a1, sizeof(V));
+    std::memcpy(acc + s + 2 * kLanes, &a2, sizeof(V));
+    std::memcpy(acc + s + 3 * kLanes, &a3, sizeof(V));
   }
 }
 
@@ -83,6 +113,35 @@ inline T SaturateCut(Acc q) {
   return static_cast<T>(static_cast<std::int32_t>(q));
 }
 
+template <class T, class Acc>
+TARNVEL_VECTOR_CLONES void FinishRow(const Acc* __restrict acc, std::int32_t* __restrict cut, T* __restrict out,
+                                     std::size_t samples, bool divide, Acc divisor) {
+  if constexpr (std::is_same_v<Acc, float>) {
+    // The same cut and saturation as SaturateCut, eight samples at a time,
+    // then a plain narrowing pass that the compiler turns into packs.
+    using V = AccLanes<float>::type;
+    typedef std::int32_t VI __attribute__((vector_size(32)));
+    constexpr std::size_t kLanes = sizeof(V) / sizeof(float);
+    const V zero = {}, top = V{} + static_cast<float>(kSampleMax<T>), by = V{} + divisor;
+    for (std::size_t s = 0; s < samples; s += kLanes) {  // acc and cut have slack behind the row
+      V q;
+      std::memcpy(&q, acc + s, sizeof q);
+      if (divide) q = q / by;
+      q = q > zero ? q : zero;
+      q = q < top ? q : top;
+      const VI whole = __builtin_convertvector(q, VI);
+      std::memcpy(cut + s, &whole, sizeof whole);
+    }
+    for (std::size_t s = 0; s < samples; ++s) out[s] = static_cast<T>(cut[s]);
+    return;
+  }
+  if (divide) {
+    for (std::size_t s = 0; s < samples; ++s) out[s] = SaturateCut<T>(acc[s] / divisor);
+  } else {
+    for (std::size_t s = 0; s < samples; ++s) out[s] = SaturateCut<T>(acc[s]);
+  }
+}
+
 template <class T, int C, class Acc>
 void ConvolveFrame(const void* src, std::size_t srb, void* dst, std::size_t drb, std::size_t width,
                    std::size_t height, const Acc* weights, int kw, int kh, bool divide, Acc divisor) {
@@ -92,17 +151,13 @@ void ConvolveFrame(const void* src, std::size_t srb, void* dst, std::size_t drb,
   PaddedRows<Acc> rows(samples, ax * C, (kw - 1 - ax) * C, static_cast<std::size_t>(kh));
   std::vector<const Acc*> window(static_cast<std::size_t>(kh));
   std::vector<Acc> acc(samples + kSlack);
+  std::vector<std::int32_t> cut(samples + kSlack);
   for (std::size_t y = 0; y < height; ++y) {
     for (int j = 0; j < kh; ++j)
       window[j] = rows.template Get<T>(src, srb, static_cast<std::int64_t>(y + j) - static_cast<std::int64_t>(ay),
                                        static_cast<std::int64_t>(height));
     ConvolveRow<C>(window.data(), weights, kw, kh, samples, acc.data());
-    T* out = RowOf<T>(dst, drb, y);
-    if (divide) {
-      for (std::size_t s = 0; s < samples; ++s) out[s] = SaturateCut<T>(acc[s] / divisor);
-    } else {
-      for (std::size_t s = 0; s < samples; ++s) out[s] = SaturateCut<T>(acc[s]);
-    }
+    FinishRow(acc.data(), cut.data(), RowOf<T>(dst, drb, y), samples, divide, divisor);
   }
 }
 
