@@ -90,9 +90,15 @@ void ImageProcessor::Apply(const ImageOpItem& item, std::uint8_t* frame) {
   }
 }
 
+std::uint8_t* ImageProcessor::ScratchToOverwrite(std::size_t size) {
+  if (scratch_ && size == scratchSize_) return scratch_.get();
+  return EnsureScratch(size);
+}
+
 void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* frame) {
-  std::uint8_t* scratch = EnsureScratch(frameSize_);
+  std::uint8_t* scratch = ScratchToOverwrite(frameSize_);
   if (!scratch || !frame || frameSize_ == 0) return;
+  int status = kPrimitiveBadSize;
   const std::int32_t w = filter.sizeX, h = filter.sizeY;
   // Kernels that the record cannot hold (sizes below 1, more than 100
   // coefficients) are refused like any failing filter: the zeros stay.
@@ -101,28 +107,23 @@ void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* fra
     for (std::int32_t t = 0; t < w * h; ++t)
       kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
     const std::size_t rowBytes = frameSize_ / height_;
-    ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, scratch, rowBytes, width_, height_, kernel, w, h,
-                   filter.divisor);
+    status = ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, scratch, rowBytes, width_, height_, kernel, w,
+                            h, filter.divisor);
   }
+  if (status != kPrimitiveOk) std::memset(scratch, 0, frameSize_);
   std::memcpy(frame, scratch, frameSize_);
 }
 
 void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {
-  std::uint8_t* scratch = EnsureScratch(frameSize_);
+  std::uint8_t* scratch = ScratchToOverwrite(frameSize_);
   if (!scratch || !frame || frameSize_ == 0) return;
   const std::size_t rowBytes = frameSize_ / height_;
   const PixelLayout layout = LayoutOfDepth(depth_);
-  switch (kind) {
-    case RankKind::Median:
-      MedianBorder(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize);
-      break;
-    case RankKind::Minimum:
-      MinimumBorder(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize);
-      break;
-    case RankKind::Maximum:
-      MaximumBorder(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize);
-      break;
-  }
+  auto* primitive = kind == RankKind::Median    ? &MedianBorder
+                    : kind == RankKind::Minimum ? &MinimumBorder
+                                                : &MaximumBorder;
+  if (primitive(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize) != kPrimitiveOk)
+    std::memset(scratch, 0, frameSize_);
   std::memcpy(frame, scratch, frameSize_);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <climits>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -215,7 +216,7 @@ inline T Pick(T a, T b) {
 }
 
 template <class T, int C, bool kMax>
-int ExtremumLayout(const void* src, std::size_t srb, void* dst, std::size_t drb, std::uint32_t width,
+TARNVEL_VECTOR_CLONES int ExtremumLayout(const void* src, std::size_t srb, void* dst, std::size_t drb, std::uint32_t width,
                    std::uint32_t height, int mw, int mh) {
   const Reach across = ReachOf(mw, width);
   const Reach down = ReachOf(mh, height);
@@ -304,51 +305,82 @@ constexpr MedianNetwork BuildMedianNetwork(int n) {
 constexpr MedianNetwork kMedian9 = BuildMedianNetwork(9);
 constexpr MedianNetwork kMedian25 = BuildMedianNetwork(25);
 
+// Lanes of the network. 16-bit samples run as signed words with the top bit
+// flipped, which keeps their order and has native minimum and maximum on
+// every x86-64.
 template <class T>
-struct LaneVector;
+struct NetworkLanes;
 template <>
-struct LaneVector<std::uint8_t> {
-  typedef std::uint8_t type __attribute__((vector_size(16)));
+struct NetworkLanes<std::uint8_t> {
+  typedef std::uint8_t type __attribute__((vector_size(32)));
+  static constexpr std::uint8_t kFlip = 0;
 };
 template <>
-struct LaneVector<std::uint16_t> {
-  typedef std::uint16_t type __attribute__((vector_size(16)));
+struct NetworkLanes<std::uint16_t> {
+  typedef std::int16_t type __attribute__((vector_size(32)));
+  static constexpr std::int16_t kFlip = INT16_MIN;
 };
-template <class T>
-using Lanes = typename LaneVector<T>::type;
+
+// The network's helpers are forced inline so that they take the vector
+// width of the copy they are called from.
+#define TARNVEL_INLINE inline __attribute__((always_inline))
+
+template <class V, class T>
+TARNVEL_INLINE void LoadLanes(V& v, const T* p) {
+  std::memcpy(&v, p, sizeof v);
+}
+
+template <int kN, int C, class V, class T, std::size_t... K>
+TARNVEL_INLINE void LoadWindow(V* v, const T* const* window, std::size_t s, const V& flip, std::index_sequence<K...>) {
+  ((LoadLanes(v[K], window[K / kN] + s + (K % kN) * C), v[K] ^= flip), ...);
+}
 
 template <class V>
-inline void CompareSwap(V& a, V& b) {
+TARNVEL_INLINE void CompareSwap(V& a, V& b) {
   const V lo = a < b ? a : b;
   b = a < b ? b : a;
   a = lo;
 }
 
 template <const MedianNetwork& kNet, class V, std::size_t... I>
-inline void RunNetwork(V* v, std::index_sequence<I...>) {
+TARNVEL_INLINE void RunNetwork(V* v, std::index_sequence<I...>) {
   (CompareSwap(v[kNet.steps[I].a], v[kNet.steps[I].b]), ...);
 }
 
+// The middle values of one block of lanes. The window's values are loaded
+// with constant indexes, so that they live in registers.
+template <int kN, int C, const MedianNetwork& kNet, class T, class V>
+TARNVEL_INLINE void MedianLanes(V& middle, const T* const* window, std::size_t s, const V& flip) {
+  V v[kN * kN];
+  LoadWindow<kN, C>(v, window, s, flip, std::make_index_sequence<kN * kN>{});
+  RunNetwork<kNet>(v, std::make_index_sequence<kNet.count>{});
+  middle = v[(kN * kN - 1) / 2] ^ flip;
+}
+
 template <class T, int C, int kN, const MedianNetwork& kNet>
-void MedianByNetwork(const void* src, std::size_t srb, void* dst, std::size_t drb, std::uint32_t width,
-                     std::uint32_t height) {
-  using V = Lanes<T>;
+TARNVEL_VECTOR_CLONES void MedianByNetwork(const void* src, std::size_t srb, void* dst, std::size_t drb,
+                                           std::uint32_t width, std::uint32_t height) {
+  using V = typename NetworkLanes<T>::type;
+  const V flip = V{} + NetworkLanes<T>::kFlip;
   constexpr std::size_t kLanes = sizeof(V) / sizeof(T);
   constexpr int kReach = (kN - 1) / 2;
   const std::size_t samples = static_cast<std::size_t>(width) * C;
   PaddedRows<T> rows(samples, kReach * C, kReach * C, kN);
-  std::vector<T> line(samples + kLanes);
   const T* window[kN];
   for (std::int64_t y = 0; y < height; ++y) {
     for (int j = 0; j < kN; ++j) window[j] = rows.template Get<T>(src, srb, y + j - kReach, height);
-    for (std::size_t s = 0; s < samples; s += kLanes) {
-      V v[kN * kN];
-      for (int j = 0; j < kN; ++j)
-        for (int i = 0; i < kN; ++i) std::memcpy(&v[j * kN + i], window[j] + s + i * C, sizeof(V));
-      RunNetwork<kNet>(v, std::make_index_sequence<kNet.count>{});
-      std::memcpy(line.data() + s, &v[(kN * kN - 1) / 2], sizeof(V));
+    T* out = RowOf<T>(dst, drb, static_cast<std::size_t>(y));
+    std::size_t s = 0;
+    for (; s + kLanes <= samples; s += kLanes) {
+      V middle;
+      MedianLanes<kN, C, kNet>(middle, window, s, flip);
+      std::memcpy(out + s, &middle, sizeof(V));
     }
-    std::memcpy(RowOf<T>(dst, drb, static_cast<std::size_t>(y)), line.data(), samples * sizeof(T));
+    if (s < samples) {  // the last block of a row stores only what belongs to the row
+      V middle;
+      MedianLanes<kN, C, kNet>(middle, window, s, flip);
+      std::memcpy(out + s, &middle, (samples - s) * sizeof(T));
+    }
   }
 }
 
