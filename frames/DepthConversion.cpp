@@ -44,7 +44,7 @@ std::uint32_t Mask(std::uint32_t bits) { return bits >= 32 ? kNoClamp : (1u << b
 // channel by channel when the counts agree, the one value in all three when
 // grey turns into colour.
 template <class In, class Out, int Cin, int Cout, class Op>
-void MapValues(const std::uint8_t* source, std::uint8_t* destination, std::size_t pixels, Op op) {
+TARNVEL_VECTOR_CLONES void MapValues(const std::uint8_t* source, std::uint8_t* destination, std::size_t pixels, Op op) {
   const In* in = reinterpret_cast<const In*>(source);
   Out* out = reinterpret_cast<Out*>(destination);
   if constexpr (Cin == Cout) {

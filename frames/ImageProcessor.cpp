@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "frames/primitives/Neighbourhood.h"
@@ -17,6 +18,30 @@ constexpr std::size_t kScratchSpare = 4096;
 constexpr std::uint32_t kRowOffsetCeiling = 1000;
 
 bool EightBitSamples(std::uint32_t depth) { return SampleBytesOf(LayoutOfDepth(depth)) == 1; }
+
+// Subtracts each row's reference from the row: its smallest value, never
+// above kRowOffsetCeiling, for mode 0, else the value at `column` (a column
+// outside the row leaves the row as it is).
+template <class T>
+TARNVEL_VECTOR_CLONES void OffsetRows(T* samples, std::size_t width, std::size_t height, std::int32_t mode,
+                                      std::int32_t column) {
+  for (std::size_t y = 0; y < height; ++y) {
+    T* row = samples + y * width;
+    T reference;
+    if (mode == 0) {
+      reference = static_cast<T>(std::min<std::uint32_t>(kRowOffsetCeiling, std::numeric_limits<T>::max()));
+      for (std::size_t x = 0; x < width; ++x) reference = std::min(reference, row[x]);
+    } else {
+      reference = column >= 0 && static_cast<std::size_t>(column) < width ? row[column] : 0;
+    }
+    for (std::size_t x = 0; x < width; ++x) row[x] = static_cast<T>(std::max(row[x], reference) - reference);
+  }
+}
+
+template <class T>
+void MapSamples(const T* __restrict table, T* __restrict samples, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) samples[i] = table[samples[i]];
+}
 
 }  // namespace
 
@@ -132,9 +157,10 @@ void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8
 template <class Entry>
 void ImageProcessor::MapThroughTable(std::uint8_t* frame, Entry entry) {
   if (EightBitSamples(depth_)) {
-    auto* table = reinterpret_cast<std::uint8_t*>(lookup_.data());
+    std::uint8_t table[256];
     for (std::uint32_t i = 0; i < 256; ++i) table[i] = static_cast<std::uint8_t>(entry(i, 255u));
-    for (std::size_t i = 0; i < frameSize_; ++i) frame[i] = table[frame[i]];
+    std::memcpy(lookup_.data(), table, sizeof table);
+    MapBytes(table, frame, frameSize_);
     return;
   }
   const std::uint32_t m = FullScale(depth_);
@@ -142,9 +168,31 @@ void ImageProcessor::MapThroughTable(std::uint8_t* frame, Entry entry) {
   for (std::uint32_t i = 0; i <= m; ++i) table[i] = static_cast<std::uint16_t>(entry(i, m));
   // A value above the depth's full scale (a filter may leave one) maps like the full scale.
   std::fill(table + m + 1, table + 65536, table[m]);
-  auto* words = reinterpret_cast<std::uint16_t*>(frame);
-  const std::size_t count = frameSize_ / 2;
-  for (std::size_t i = 0; i < count; ++i) words[i] = table[words[i]];
+  MapSamples(table, reinterpret_cast<std::uint16_t*>(frame), frameSize_ / 2);
+}
+
+void ImageProcessor::MapBytes(const std::uint8_t* table, std::uint8_t* frame, std::size_t count) {
+  // Large frames go two bytes at a time through a table of all byte pairs,
+  // which fills the lookup area's first 131,072 bytes.
+  if (count < (std::size_t{1} << 20)) {
+    MapSamples(table, frame, count);
+    return;
+  }
+  std::uint16_t* pairs = lookup_.data();
+  for (std::uint32_t high = 0; high < 256; ++high)
+    for (std::uint32_t low = 0; low < 256; ++low)
+      pairs[high << 8 | low] = static_cast<std::uint16_t>(table[high] << 8 | table[low]);
+  const std::size_t words = count / 2;
+  std::uint16_t* packed = reinterpret_cast<std::uint16_t*>(frame);
+  std::vector<std::uint16_t> block(4096);
+  // The frame need not be aligned for words: blocks go through an aligned copy.
+  for (std::size_t w = 0; w < words; w += block.size()) {
+    const std::size_t n = std::min(block.size(), words - w);
+    std::memcpy(block.data(), packed + w, n * 2);
+    MapSamples(pairs, block.data(), n);
+    std::memcpy(packed + w, block.data(), n * 2);
+  }
+  if (count % 2) frame[count - 1] = table[frame[count - 1]];
 }
 
 void ImageProcessor::BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame) {
@@ -182,40 +230,29 @@ void ImageProcessor::Equalize(std::uint8_t* frame) {
   if (depth_ > 16 || depth_ == 0) return;
   const std::size_t levels = std::size_t{1} << depth_;
   const std::size_t pixels = static_cast<std::size_t>(width_) * height_;
-  std::vector<std::uint32_t> count(levels, 0), table(levels, 0);
-  // Values above the full scale count and map as the full scale.
-  auto level = [&](std::uint32_t v) { return std::min<std::size_t>(v, levels - 1); };
   auto equalise = [&](auto* samples) {
-    for (std::size_t p = 0; p < pixels; ++p) ++count[level(samples[p])];
+    using Sample = std::remove_reference_t<decltype(*samples)>;
+    // Values above the full scale count and map as the full scale.
+    std::vector<std::uint32_t> count(std::size_t{1} << (8 * sizeof(Sample)), 0);
+    for (std::size_t p = 0; p < pixels; ++p) ++count[samples[p]];
+    for (std::size_t v = levels; v < count.size(); ++v) count[levels - 1] += count[v];
+    std::vector<Sample> table(count.size());
     double s = 0;
     for (std::size_t i = 0; i < levels; ++i) {
       s += static_cast<double>(count[i]) / static_cast<double>(pixels);
-      table[i] = static_cast<std::uint32_t>(s * static_cast<double>(levels - 1) + 0.5);
+      table[i] = static_cast<Sample>(static_cast<std::uint32_t>(s * static_cast<double>(levels - 1) + 0.5));
     }
-    using Sample = std::remove_reference_t<decltype(*samples)>;
-    for (std::size_t p = 0; p < pixels; ++p) samples[p] = static_cast<Sample>(table[level(samples[p])]);
+    std::fill(table.begin() + static_cast<std::ptrdiff_t>(levels), table.end(), table[levels - 1]);
+    if constexpr (sizeof(Sample) == 1) MapBytes(table.data(), samples, pixels);
+    else MapSamples(table.data(), samples, pixels);
   };
   if (depth_ <= 8) equalise(frame);
   else equalise(reinterpret_cast<std::uint16_t*>(frame));
 }
 
 void ImageProcessor::RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame) {
-  if (depth_ > 16) return;
-  auto offsetRows = [&](auto* samples) {
-    for (std::size_t y = 0; y < height_; ++y) {
-      auto* row = samples + y * width_;
-      std::uint32_t reference = kRowOffsetCeiling;
-      if (mode == 0) {
-        for (std::size_t x = 0; x < width_; ++x) reference = std::min<std::uint32_t>(reference, row[x]);
-      } else {
-        // A reference column outside the row leaves the row as it is.
-        reference = column >= 0 && static_cast<std::uint32_t>(column) < width_ ? row[column] : 0;
-      }
-      for (std::size_t x = 0; x < width_; ++x) row[x] = row[x] >= reference ? row[x] - reference : 0;
-    }
-  };
-  if (depth_ <= 8) offsetRows(frame);
-  else offsetRows(reinterpret_cast<std::uint16_t*>(frame));
+  if (depth_ <= 8) OffsetRows(frame, width_, height_, mode, column);
+  else if (depth_ <= 16) OffsetRows(reinterpret_cast<std::uint16_t*>(frame), width_, height_, mode, column);
 }
 
 }  // namespace tarnvel

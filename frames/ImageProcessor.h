@@ -81,6 +81,7 @@ class ImageProcessor {
   // Builds the table for 0..full scale with `entry`, then maps the frame through it.
   template <class Entry>
   void MapThroughTable(std::uint8_t* frame, Entry entry);
+  void MapBytes(const std::uint8_t* table, std::uint8_t* frame, std::size_t count);
   void Negative(std::uint8_t* frame);
   void Equalize(std::uint8_t* frame);
   void RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame);

@@ -9,7 +9,7 @@ namespace tarnvel {
 namespace {
 
 template <class T>
-void AddQuarter(const std::uint8_t* source, const std::uint8_t* background, std::uint8_t* destination,
+TARNVEL_VECTOR_CLONES void AddQuarter(const std::uint8_t* source, const std::uint8_t* background, std::uint8_t* destination,
                 std::size_t count, std::uint32_t limit) {
   const T* s = reinterpret_cast<const T*>(source);
   const T* b = reinterpret_cast<const T*>(background);

@@ -8,13 +8,23 @@ namespace tarnvel {
 namespace {
 
 template <class T, int C>
-void Invert(void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height, const std::uint16_t* mask) {
+TARNVEL_VECTOR_CLONES void Invert(void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height, const std::uint16_t* mask) {
   // A row of masks, so that the loop is a plain exclusive or of two arrays.
   std::vector<T> pattern(static_cast<std::size_t>(width) * C);
   for (std::size_t s = 0; s < pattern.size(); ++s) pattern[s] = static_cast<T>(mask[s % C]);
   for (std::size_t y = 0; y < height; ++y) {
     T* row = RowOf<T>(frame, rowBytes, y);
     for (std::size_t s = 0; s < pattern.size(); ++s) row[s] ^= pattern[s];
+  }
+}
+
+template <class T, int C>
+TARNVEL_VECTOR_CLONES void ReverseInto(const T* __restrict row, T* __restrict out, std::size_t width) {
+  if constexpr (C == 1) {
+    for (std::size_t x = 0; x < width; ++x) out[x] = row[width - 1 - x];
+  } else {
+    // A pixel of three samples moves as one block of bytes.
+    for (std::size_t x = 0; x < width; ++x) std::memcpy(out + x * C, row + (width - 1 - x) * C, sizeof(T) * C);
   }
 }
 
@@ -32,10 +42,11 @@ void Mirror(void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_
     }
     return;
   }
+  std::vector<T> reversed(samples);
   for (std::size_t y = 0; y < height; ++y) {
     T* row = RowOf<T>(frame, rowBytes, y);
-    for (std::size_t left = 0, right = width - 1; left < right; ++left, --right)
-      for (int c = 0; c < C; ++c) std::swap(row[left * C + c], row[right * C + c]);
+    ReverseInto<T, C>(row, reversed.data(), width);
+    std::memcpy(row, reversed.data(), samples * sizeof(T));
   }
 }
 
