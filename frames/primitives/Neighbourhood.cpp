@@ -226,7 +226,8 @@ TARNVEL_VECTOR_CLONES int ExtremumLayout(const void* src, std::size_t srb, void*
   // The column result of a row, with zeros on both sides for the row pass.
   std::vector<T> column(leftPad + samples + static_cast<std::size_t>(across.after) * C + kSlack, T{0});
   T* v = column.data() + leftPad;
-  constexpr std::size_t kBlock = 64 / sizeof(T);
+  typedef T V __attribute__((vector_size(32)));
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(T);
   for (std::int64_t y = 0; y < height; ++y) {
     T* out = RowOf<T>(dst, drb, static_cast<std::size_t>(y));
     const std::int64_t first = y - down.before, last = y + down.after;
@@ -242,17 +243,17 @@ TARNVEL_VECTOR_CLONES int ExtremumLayout(const void* src, std::size_t srb, void*
       const T* in = RowOf<T>(src, srb, static_cast<std::size_t>(r));
       for (std::size_t s = 0; s < samples; ++s) v[s] = Pick<T, kMax>(v[s], in[s]);
     }
-    // Row pass over the padded column result, in blocks kept in registers.
+    // Row pass over the padded column result, a vector at a time.
     const T* padded = column.data();
     std::size_t s = 0;
-    for (; s + kBlock <= samples; s += kBlock) {
-      T m[kBlock];
-      std::memcpy(m, padded + s, sizeof m);
+    for (; s + kLanes <= samples; s += kLanes) {
+      V m, x;
+      std::memcpy(&m, padded + s, sizeof m);
       for (std::size_t i = 1; i < taps; ++i) {
-        const T* p = padded + s + i * C;
-        for (std::size_t l = 0; l < kBlock; ++l) m[l] = Pick<T, kMax>(m[l], p[l]);
+        std::memcpy(&x, padded + s + i * C, sizeof x);
+        m = kMax ? (m < x ? x : m) : (x < m ? x : m);
       }
-      std::memcpy(out + s, m, sizeof m);
+      std::memcpy(out + s, &m, sizeof m);
     }
     for (; s < samples; ++s) {
       T m = padded[s];
