@@ -42,7 +42,7 @@ void BuildAxis(ResizeKernel kernel, std::uint32_t sourceSize, std::uint32_t dest
 }
 
 template <class T, int C>
-void ResizeLayout(const ResizeDescription& desc, const void* src, std::size_t srb, void* dst, std::size_t drb,
+TARNVEL_VECTOR_CLONES void ResizeLayout(const ResizeDescription& desc, const void* src, std::size_t srb, void* dst, std::size_t drb,
                   float* between) {
   const std::uint32_t taps = desc.taps;
   const std::size_t outSamples = static_cast<std::size_t>(desc.destinationWidth) * C;
@@ -60,17 +60,23 @@ void ResizeLayout(const ResizeDescription& desc, const void* src, std::size_t sr
       }
     }
   }
-  // Down: the rows of floats to the destination's height, rounded and limited.
+  // Down: the rows of floats to the destination's height, tap by tap over
+  // whole rows, then rounded and limited.
   constexpr float kMax = static_cast<float>(std::numeric_limits<T>::max());
+  float* acc = between + static_cast<std::size_t>(desc.sourceHeight) * outSamples;
   for (std::size_t y = 0; y < desc.destinationHeight; ++y) {
     const std::uint32_t* idx = &desc.rowIndex[y * taps];
     const float* w = &desc.rowWeight[y * taps];
     T* out = RowOf<T>(dst, drb, y);
+    for (std::size_t s = 0; s < outSamples; ++s) acc[s] = 0;
+    for (std::uint32_t t = 0; t < taps; ++t) {
+      const float* in = between + idx[t] * outSamples;
+      const float weight = w[t];
+      for (std::size_t s = 0; s < outSamples; ++s) acc[s] += weight * in[s];
+    }
     for (std::size_t s = 0; s < outSamples; ++s) {
-      float acc = 0;
-      for (std::uint32_t t = 0; t < taps; ++t) acc += w[t] * between[idx[t] * outSamples + s];
-      const float v = std::floor(acc + 0.5f);
-      out[s] = v <= 0 ? T{0} : (v >= kMax ? std::numeric_limits<T>::max() : static_cast<T>(v));
+      const float v = std::floor(acc[s] + 0.5f);
+      out[s] = static_cast<T>(v <= 0 ? 0.0f : (v >= kMax ? kMax : v));
     }
   }
 }
@@ -112,7 +118,8 @@ int MakeResizeDescription(ResizeKernel kernel, PixelLayout layout, std::uint32_t
 }
 
 std::size_t ResizeScratchBytes(const ResizeDescription& d) {
-  return static_cast<std::size_t>(d.sourceHeight) * d.destinationWidth * ChannelsOf(d.layout) * sizeof(float);
+  // The rows resampled across, and one row of sums for the pass down.
+  return (static_cast<std::size_t>(d.sourceHeight) + 1) * d.destinationWidth * ChannelsOf(d.layout) * sizeof(float);
 }
 
 int Resize(const ResizeDescription& description, const void* source, std::size_t sourceRowBytes, void* destination,
