@@ -84,13 +84,15 @@ void ImageProcessor::DrawGrid(std::uint8_t* frame, std::int32_t rows, std::int32
   if (!frame || width_ == 0 || (rows < 2 && columns < 2)) return;
   const std::int64_t first = std::max<std::int32_t>(top, 0);
   const std::int64_t end = std::min<std::int64_t>(bottom, first + height_);
-  const std::int64_t cellHeight = height_ / std::max(rows, 1);
-  const std::int64_t cellWidth = width_ / std::max(columns, 1);
+  const std::int64_t rowCount = std::max(rows, 1), columnCount = std::max(columns, 1);
+  const std::int64_t cellHeight = height_ / rowCount;
+  const std::int64_t cellWidth = width_ / columnCount;
   const std::size_t bpp = BytesPerPixel(depth_), rowBytes = static_cast<std::size_t>(width_) * bpp;
   const MarkerColor marker = MarkerColorFor(color, depth_);
   // Cells of no height or width put every line on the first one.
-  const std::int64_t lastRowLine = cellHeight == 0 ? std::min(rows - 1, 1) : rows - 1;
-  const std::int64_t lastColumnLine = cellWidth == 0 ? std::min(columns - 1, 1) : columns - 1;
+  const std::int64_t lastRowLine = cellHeight == 0 ? std::min<std::int64_t>(rowCount - 1, 1) : rowCount - 1;
+  const std::int64_t lastColumnLine =
+      cellWidth == 0 ? std::min<std::int64_t>(columnCount - 1, 1) : columnCount - 1;
   for (std::int64_t k = 1; k <= lastRowLine; ++k) {
     const std::int64_t r = k * cellHeight;
     if (r + 1 >= end) break;
