@@ -74,6 +74,14 @@ void ApplyImageChain(ImageProcessor& processor, const CImageOpList& list, std::u
 
 void ImageProcessor::Apply(const ImageOpItem& item, std::uint8_t* frame) {
   if (!frame || frameSize_ == 0) return;
+  // An operation that cannot get its working memory leaves the frame as it stands.
+  try {
+    ApplyCode(item, frame);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
   switch (item.code) {
     case ImgOpLaplacian:
     case ImgOpPrewitt:

@@ -76,6 +76,7 @@ class ImageProcessor {
   // The scratch buffer for a filter that writes every byte of it: the
   // clearing is left to the caller, which clears only when the filter refuses.
   std::uint8_t* ScratchToOverwrite(std::size_t size);
+  void ApplyCode(const ImageOpItem& item, std::uint8_t* frame);
   void BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame);
   void Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame);
   // Builds the table for 0..full scale with `entry`, then maps the frame through it.

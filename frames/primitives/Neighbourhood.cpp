@@ -385,15 +385,17 @@ TARNVEL_VECTOR_CLONES void MedianByNetwork(const void* src, std::size_t srb, voi
   }
 }
 
-// Any other odd mask: a sliding histogram per channel, in two levels so that
-// finding the middle value costs a few hundred steps even for 16-bit samples.
-// The zeros outside the frame are counted, not stored.
+// Any other odd mask: a sliding histogram per channel. The histogram has a
+// tier per 4 bits of the sample (2 tiers for bytes, 4 for words), so that
+// finding the middle value walks at most 16 bins a tier. The zeros outside
+// the frame are counted, not stored.
 template <class T, int C>
 void MedianByHistogram(const void* src, std::size_t srb, void* dst, std::size_t drb, std::uint32_t width,
                        std::uint32_t height, int mw, int mh) {
-  constexpr std::size_t kLevels = std::size_t{1} << (8 * sizeof(T));
-  constexpr int kCoarseShift = 4 * sizeof(T);
-  std::vector<std::uint32_t> fine(kLevels), coarse(kLevels >> kCoarseShift);
+  constexpr int kBits = 8 * sizeof(T);
+  constexpr int kTiers = kBits / 4;
+  std::vector<std::uint32_t> tier[kTiers];
+  for (int t = 0; t < kTiers; ++t) tier[t].assign(std::size_t{1} << (4 * (t + 1)), 0);
   const std::int64_t left = (mw - 1) / 2, right = mw - 1 - left, up = (mh - 1) / 2, down = mh - 1 - up;
   const std::int64_t total = static_cast<std::int64_t>(mw) * mh;
   const std::int64_t middle = (total - 1) / 2;
@@ -402,34 +404,33 @@ void MedianByHistogram(const void* src, std::size_t srb, void* dst, std::size_t 
     for (std::int64_t y = 0; y < h; ++y) {
       const std::int64_t top = std::max<std::int64_t>(y - up, 0), bottom = std::min(y + down, h - 1);
       const std::int64_t rowsIn = bottom - top + 1;
-      auto column = [&](std::int64_t x, int delta) {
+      auto column = [&](std::int64_t x, std::uint32_t delta) {
         for (std::int64_t r = top; r <= bottom; ++r) {
           const T value = RowOf<T>(src, srb, static_cast<std::size_t>(r))[x * C + c];
-          fine[value] += static_cast<std::uint32_t>(delta);
-          coarse[value >> kCoarseShift] += static_cast<std::uint32_t>(delta);
+          for (int t = 0; t < kTiers; ++t) tier[t][value >> (kBits - 4 * (t + 1))] += delta;
         }
       };
-      for (std::int64_t x = 0; x <= std::min(right, w - 1); ++x) column(x, 1);
+      const std::uint32_t add = 1, remove = ~0u;  // adding ~0 subtracts one
+      for (std::int64_t x = 0; x <= std::min(right, w - 1); ++x) column(x, add);
       T* out = RowOf<T>(dst, drb, static_cast<std::size_t>(y));
       for (std::int64_t x = 0; x < w; ++x) {
         if (x > 0) {
-          if (x - left - 1 >= 0) column(x - left - 1, -1);
-          if (x + right < w) column(x + right, 1);
+          if (x - left - 1 >= 0) column(x - left - 1, remove);
+          if (x + right < w) column(x + right, add);
         }
         const std::int64_t colsIn = std::min(x + right, w - 1) - std::max<std::int64_t>(x - left, 0) + 1;
         const std::int64_t zeros = total - colsIn * rowsIn;
-        T result = 0;
+        std::size_t bin = 0;
         if (middle >= zeros) {
           std::int64_t rank = middle - zeros;
-          std::size_t bin = 0;
-          while (rank >= coarse[bin]) rank -= coarse[bin++];
-          std::size_t level = bin << kCoarseShift;
-          while (rank >= fine[level]) rank -= fine[level++];
-          result = static_cast<T>(level);
+          for (int t = 0; t < kTiers; ++t) {
+            bin <<= 4;
+            while (rank >= tier[t][bin]) rank -= tier[t][bin++];
+          }
         }
-        out[x * C + c] = result;
+        out[x * C + c] = static_cast<T>(bin);
       }
-      for (std::int64_t x = std::max<std::int64_t>(w - 1 - left, 0); x < w; ++x) column(x, -1);
+      for (std::int64_t x = std::max<std::int64_t>(w - 1 - left, 0); x < w; ++x) column(x, remove);
     }
   }
 }
