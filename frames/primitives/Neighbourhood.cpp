@@ -66,6 +66,10 @@ struct AccLanes<float> {
   typedef float type __attribute__((vector_size(32)));
 };
 template <>
+struct AccLanes<std::int16_t> {
+  typedef std::int16_t type __attribute__((vector_size(32)));
+};
+template <>
 struct AccLanes<double> {
   typedef double type __attribute__((vector_size(32)));
 };
@@ -116,18 +120,29 @@ inline T SaturateCut(Acc q) {
 
 template <class T, class Acc>
 TARNVEL_VECTOR_CLONES void FinishRow(const Acc* __restrict acc, std::int32_t* __restrict cut, T* __restrict out,
-                                     std::size_t samples, bool divide, Acc divisor) {
+                                     std::size_t samples, bool divide, Acc divisor, bool byReciprocal) {
   if constexpr (std::is_same_v<Acc, float>) {
     // The same cut and saturation as SaturateCut, eight samples at a time,
     // then a plain narrowing pass that the compiler turns into packs.
     using V = AccLanes<float>::type;
     typedef std::int32_t VI __attribute__((vector_size(32)));
     constexpr std::size_t kLanes = sizeof(V) / sizeof(float);
-    const V zero = {}, top = V{} + static_cast<float>(kSampleMax<T>), by = V{} + divisor;
+    const V zero = {}, one = V{} + 1.0f, top = V{} + static_cast<float>(kSampleMax<T>), by = V{} + divisor;
+    const V reciprocal = V{} + 1.0f / divisor;
     for (std::size_t s = 0; s < samples; s += kLanes) {  // acc and cut have slack behind the row
       V q;
       std::memcpy(&q, acc + s, sizeof q);
-      if (divide) q = q / by;
+      if (byReciprocal) {
+        // Whole sums below 2^23 and divisors of 2 to 4,096: the product with
+        // the reciprocal is within one of the quotient, and the remainder,
+        // exact in float, settles which.
+        V whole = __builtin_convertvector(__builtin_convertvector(q * reciprocal, VI), V);
+        const V remainder = q - whole * by;
+        whole = remainder >= by ? whole + one : whole;
+        q = remainder < zero ? whole - one : whole;
+      } else if (divide) {
+        q = q / by;
+      }
       q = q > zero ? q : zero;
       q = q < top ? q : top;
       const VI whole = __builtin_convertvector(q, VI);
@@ -145,7 +160,8 @@ TARNVEL_VECTOR_CLONES void FinishRow(const Acc* __restrict acc, std::int32_t* __
 
 template <class T, int C, class Acc>
 void ConvolveFrame(const void* src, std::size_t srb, void* dst, std::size_t drb, std::size_t width,
-                   std::size_t height, const Acc* weights, int kw, int kh, bool divide, Acc divisor) {
+                   std::size_t height, const Acc* weights, int kw, int kh, bool divide, Acc divisor,
+                   bool byReciprocal) {
   const std::size_t ax = static_cast<std::size_t>(kw - 1) / 2;
   const std::size_t ay = static_cast<std::size_t>(kh - 1) / 2;
   const std::size_t samples = width * C;
@@ -153,12 +169,20 @@ void ConvolveFrame(const void* src, std::size_t srb, void* dst, std::size_t drb,
   std::vector<const Acc*> window(static_cast<std::size_t>(kh));
   std::vector<Acc> acc(samples + kSlack);
   std::vector<std::int32_t> cut(samples + kSlack);
+  std::vector<float> sums(std::is_same_v<Acc, std::int16_t> ? samples + kSlack : 0);
   for (std::size_t y = 0; y < height; ++y) {
     for (int j = 0; j < kh; ++j)
       window[j] = rows.template Get<T>(src, srb, static_cast<std::int64_t>(y + j) - static_cast<std::int64_t>(ay),
                                        static_cast<std::int64_t>(height));
     ConvolveRow<C>(window.data(), weights, kw, kh, samples, acc.data());
-    FinishRow(acc.data(), cut.data(), RowOf<T>(dst, drb, y), samples, divide, divisor);
+    if constexpr (std::is_same_v<Acc, std::int16_t>) {
+      // Sums below 2^15 are exact in float; the reciprocal with its
+      // remainder check then gives the exact quotient.
+      WidenRow(acc.data(), sums.data(), samples);
+      FinishRow(sums.data(), cut.data(), RowOf<T>(dst, drb, y), samples, divide, static_cast<float>(divisor), divide);
+    } else {
+      FinishRow(acc.data(), cut.data(), RowOf<T>(dst, drb, y), samples, divide, divisor, byReciprocal);
+    }
   }
 }
 
@@ -175,22 +199,29 @@ int ConvolveLayout(const void* src, std::size_t srb, void* dst, std::size_t drb,
     // exact for every sum that 16-bit coefficients can make.
     std::int64_t absSum = 0;
     for (std::size_t t = 0; t < taps; ++t) absSum += std::abs(static_cast<std::int64_t>(kernel[t]));
-    if (absSum * 255 < (std::int64_t{1} << 24)) {
+    if (absSum * 255 < (std::int64_t{1} << 15) && divisor >= 1 && divisor <= 4096) {
+      // Every partial sum fits a 16-bit word: sixteen samples to a vector.
+      std::vector<std::int16_t> w(taps);
+      for (std::size_t t = 0; t < taps; ++t) w[t] = rotated(t);
+      ConvolveFrame<T, C, std::int16_t>(src, srb, dst, drb, width, height, w.data(), kw, kh, divisor != 1,
+                                        static_cast<std::int16_t>(divisor), false);
+    } else if (absSum * 255 < (std::int64_t{1} << 24)) {
       std::vector<float> w(taps);
       for (std::size_t t = 0; t < taps; ++t) w[t] = static_cast<float>(rotated(t));
+      const bool byReciprocal = divisor >= 2 && divisor <= 4096 && absSum * 255 < (std::int64_t{1} << 23);
       ConvolveFrame<T, C, float>(src, srb, dst, drb, width, height, w.data(), kw, kh, divisor != 1,
-                                 static_cast<float>(divisor));
+                                 static_cast<float>(divisor), byReciprocal);
     } else {
       std::vector<double> w(taps);
       for (std::size_t t = 0; t < taps; ++t) w[t] = static_cast<double>(rotated(t));
       ConvolveFrame<T, C, double>(src, srb, dst, drb, width, height, w.data(), kw, kh, divisor != 1,
-                                  static_cast<double>(divisor));
+                                  static_cast<double>(divisor), false);
     }
   } else {
     std::vector<float> w(taps);
     for (std::size_t t = 0; t < taps; ++t)
       w[t] = static_cast<float>(static_cast<double>(rotated(t)) / static_cast<double>(divisor));
-    ConvolveFrame<T, C, float>(src, srb, dst, drb, width, height, w.data(), kw, kh, false, 1.0f);
+    ConvolveFrame<T, C, float>(src, srb, dst, drb, width, height, w.data(), kw, kh, false, 1.0f, false);
   }
   return kPrimitiveOk;
 }

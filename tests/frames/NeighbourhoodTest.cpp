@@ -138,6 +138,41 @@ TEST(Convolution, UserFiltersBoxesAndOddShapesMatchTheReference) {
   }
 }
 
+TEST(Convolution, SumsAtTheEdgesOfEveryArithmeticAgreeWithIntegers) {
+  // Kernels whose largest possible sum on 8-bit samples lies just below and
+  // just above 2^15, 2^23 and 2^24, on bright and random frames, with
+  // divisors that make the quotient land next to whole numbers.
+  std::mt19937 rng(13);
+  ImageProcessor p;
+  const std::int32_t weights[] = {128, 129, 32896, 32897, 65793, 65794};
+  for (std::int32_t total : weights)
+    for (int sign : {1, -1})
+      for (std::int32_t divisor : {1, 2, 3, 7, 12, 255, 4096, 4097, -5}) {
+        auto item = std::make_unique<ImageOpItem>();
+        item->code = ImgOpUserFilter;
+        item->filter = std::make_unique<ConvolutionFilter>();
+        ConvolutionFilter& f = *item->filter;
+        f = ConvolutionFilter{};
+        f.sizeX = 3, f.sizeY = 3, f.divisor = divisor;
+        // Split the total over the nine taps, no tap beyond 16 bits.
+        std::int32_t left = total;
+        for (int t = 0; t < 9; ++t) {
+          const std::int32_t c = std::min(left, 32767);
+          f.coefficients[t] = sign * (t == 4 ? -c : c);
+          left -= c;
+        }
+        for (bool bright : {true, false}) {
+          test::TestFrame in = test::RandomFrame(21, 6, 8, rng);
+          if (bright) std::fill(in.bytes.begin(), in.bytes.end(), 255);
+          test::TestFrame got = in;
+          ProcessorFor(p, in).Apply(*item, got.data());
+          ExpectSameFrame(got, ReferenceConvolution(in, f),
+                          "total " + std::to_string(total) + " divisor " + std::to_string(divisor));
+          if (HasFatalFailure()) return;
+        }
+      }
+}
+
 TEST(Convolution, WorkedExamples) {
   ImageProcessor p;
   // "Average 2x2": a bright pixel at (10, 10) spreads up and left.
