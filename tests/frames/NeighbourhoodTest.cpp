@@ -173,6 +173,26 @@ TEST(Convolution, SumsAtTheEdgesOfEveryArithmeticAgreeWithIntegers) {
       }
 }
 
+TEST(Convolution, QuotientsOfExactMultiplesAreWhole) {
+  // A float reciprocal of 41, 47 or 97 times a multiple of it lands just
+  // below the whole number; the quotient must still be whole.
+  ImageProcessor p;
+  for (std::int32_t divisor : {41, 47, 55, 97, 25, 49}) {
+    auto item = std::make_unique<ImageOpItem>();
+    item->code = ImgOpUserFilter;
+    item->filter = std::make_unique<ConvolutionFilter>();
+    *item->filter = ConvolutionFilter{};
+    item->filter->sizeX = item->filter->sizeY = 1;
+    item->filter->divisor = divisor;
+    item->filter->coefficients[0] = 1;
+    test::TestFrame f(6, 1, 8);
+    for (int x = 0; x < 6; ++x) f.Set(x, 0, 0, std::min(255, divisor * x));
+    ProcessorFor(p, f).Apply(*item, f.data());
+    for (int x = 0; x < 6; ++x)
+      EXPECT_EQ(f.Get(x, 0, 0), static_cast<std::uint32_t>(std::min(255, divisor * x) / divisor)) << divisor << " x " << x;
+  }
+}
+
 TEST(Convolution, WorkedExamples) {
   ImageProcessor p;
   // "Average 2x2": a bright pixel at (10, 10) spreads up and left.
