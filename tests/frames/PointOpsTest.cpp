@@ -78,6 +78,25 @@ TEST(PointOps, GammaFollowsItsFormulaAndThousandIsTheIdentity) {
     }
 }
 
+TEST(PointOps, FramesOfAMegabyteAndMoreMapAsSmallOnesDo) {
+  // Large 8-bit frames go through a table of byte pairs; an odd size leaves a last single byte.
+  std::mt19937 rng(38);
+  ImageProcessor p;
+  const TestFrame in = test::RandomFrame(1025, 1025, 8, rng);
+  TestFrame bc = in, gamma = in;
+  ApplyCode(p, bc, ImgOpBrightnessContrast, 13, 57);
+  ApplyCode(p, gamma, ImgOpGamma, 2200);
+  const double factor = static_cast<float>(1.0f + 57.0f / 100.0f);
+  const float g = static_cast<float>(2200 / 1000.0);
+  for (std::size_t i = 0; i < in.Samples(); ++i) {
+    const std::uint32_t v = in.GetSample(i);
+    const double b = factor * v + 255.0 * 13 / 100.0;
+    ASSERT_EQ(bc.GetSample(i), b < 0 ? 0u : b > 255 ? 255u : static_cast<std::uint32_t>(b)) << i;
+    const double x = v > 0 ? 255.0 * std::pow(v / 255.0, 1.0 / g) : 0.0;
+    ASSERT_EQ(gamma.GetSample(i), x > 255 ? 255u : static_cast<std::uint32_t>(x)) << i;
+  }
+}
+
 TEST(PointOps, NegativeIsAnExclusiveOrWithinTheDepth) {
   std::mt19937 rng(33);
   ImageProcessor p;
