@@ -290,8 +290,8 @@ void BuildGevsBlock(const MetadataSource& source, GevsBlock& block, std::int32_t
     const int values[6] = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec};
     for (int i = 0; i < 6; ++i) block.localTime[i] = static_cast<std::uint16_t>(values[i]);
   }
-  std::copy(timing, timing + 3, block.gevTiming);
-  if (block.gevTiming[0] == 0) block.gevTiming[0] = block.gevTiming[1];
+  if (timing[0] == 0) timing[0] = timing[1];
+  std::memcpy(reinterpret_cast<std::uint8_t*>(&block) + offsetof(GevsBlock, gevTiming), timing, sizeof timing);
   block.timeLocked = locked;
   block.timestamp = timestamp;
   block.frameNumber = static_cast<std::uint32_t>(frameNumber);

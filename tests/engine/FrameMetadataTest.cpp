@@ -177,6 +177,8 @@ TEST_F(Metadata, CameraBlockOfTheModelIsTakenAndSwapped) {
   EXPECT_EQ(gain, 1.25f);
 }
 
+// The blocks are packed: their fields are read by value (unary plus), never
+// bound to references at odd addresses.
 TEST_F(Metadata, GevsBlockTimesAndTimings) {
   source_.modelNumber = 6;
   source_.modelText = "Kestrel HS 4";
@@ -197,47 +199,47 @@ TEST_F(Metadata, GevsBlockTimesAndTimings) {
   EXPECT_EQ(std::memcmp(g.magic, "OKN_GEVS", 8), 0);
   EXPECT_STREQ(g.serialText, "01-1234-5678");
   EXPECT_STREQ(g.modelText, "Kestrel HS 4");
-  EXPECT_EQ(g.reservedOne, 1u);
-  EXPECT_EQ(g.isColor, 0);
-  EXPECT_EQ(g.exposure, 250u);
-  EXPECT_EQ(g.frameTotal, 100u);
-  EXPECT_EQ(g.preTrigger, 20u);
-  EXPECT_EQ(g.rotation, 180u);
-  EXPECT_EQ(g.roi[2], 1280u);
+  EXPECT_EQ(+g.reservedOne, 1u);
+  EXPECT_EQ(+g.isColor, 0);
+  EXPECT_EQ(+g.exposure, 250u);
+  EXPECT_EQ(+g.frameTotal, 100u);
+  EXPECT_EQ(+g.preTrigger, 20u);
+  EXPECT_EQ(+g.rotation, 180u);
+  EXPECT_EQ(+g.roi[2], 1280u);
   EXPECT_EQ(static_cast<std::int64_t>(g.timestamp), 7 * 1000000000LL - 1073741824LL);
-  EXPECT_EQ(g.timeLocked, 1u);
-  EXPECT_EQ(g.gevTiming[0], 55u) << "a first timing of 0 takes the second";
-  EXPECT_EQ(g.gevTiming[2], 55u) << "a third of 0 takes the second";
+  EXPECT_EQ(+g.timeLocked, 1u);
+  EXPECT_EQ(+g.gevTiming[0], 55u) << "a first timing of 0 takes the second";
+  EXPECT_EQ(+g.gevTiming[2], 55u) << "a third of 0 takes the second";
   EXPECT_EQ(rec_->GevTiming[0], 55u) << "the gaps are filled in the job's record";
-  EXPECT_GT(g.localTime[0], 2000) << "the first frame carries the conversion's local time";
-  EXPECT_EQ(g.frameNumber, static_cast<std::uint32_t>(-4));
-  EXPECT_EQ(g.gevValues[0], 0x1234);
-  EXPECT_EQ(g.gevValue6, 9u);
+  EXPECT_GT(+g.localTime[0], 2000) << "the first frame carries the conversion's local time";
+  EXPECT_EQ(+g.frameNumber, static_cast<std::uint32_t>(-4));
+  EXPECT_EQ(+g.gevValues[0], 0x1234);
+  EXPECT_EQ(+g.gevValue6, 9u);
 
   // On a listed model the fraction counts nanoseconds, and quality decides the lock.
   rec_->Model = 42;
   source_.modelNumber = 42;
   time[20] = 39;
   BuildGevsBlock(source_, g, 1, *rec_, false, 100);
-  EXPECT_EQ(g.timestamp, 7 * 1000000000ull + 0x08000000u);
-  EXPECT_EQ(g.timeLocked, 0u);
-  EXPECT_EQ(g.localTime[0], 0) << "only on the first frame";
+  EXPECT_EQ(+g.timestamp, 7 * 1000000000ull + 0x08000000u);
+  EXPECT_EQ(+g.timeLocked, 0u);
+  EXPECT_EQ(+g.localTime[0], 0) << "only on the first frame";
 
   std::memset(time, 0, sizeof time);
   std::memcpy(time, "IRIG", 4);
   time[4] = 10, time[8] = 0x40, time[9] = 0x42, time[10] = 0x0F;  // 10 s and 1,000,000 us
   BuildGevsBlock(source_, g, 1, *rec_, false, 100);
-  EXPECT_EQ(g.timestamp, 11 * 1000000000ull);
+  EXPECT_EQ(+g.timestamp, 11 * 1000000000ull);
   std::memset(time, 0, sizeof time);
   time[64] = 100;
   BuildGevsBlock(source_, g, 1, *rec_, false, 100);
-  EXPECT_EQ(g.timestamp, 1000u) << "a counter in tens of nanoseconds";
+  EXPECT_EQ(+g.timestamp, 1000u) << "a counter in tens of nanoseconds";
 
   // All three timings empty: the first frame's time stamp fills them.
   std::memset(rec_->GevTiming, 0, sizeof rec_->GevTiming);
   BuildGevsBlock(source_, g, 0, *rec_, true, 100);
-  EXPECT_EQ(g.gevTiming[0], 1000u);
-  EXPECT_EQ(g.gevTiming[1], 1000u);
+  EXPECT_EQ(+g.gevTiming[0], 1000u);
+  EXPECT_EQ(+g.gevTiming[1], 1000u);
 }
 
 }  // namespace
