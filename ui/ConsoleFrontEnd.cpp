@@ -31,7 +31,7 @@ std::string ConsoleFrontEnd::Bar(std::int32_t done, std::int32_t total, int widt
 }
 
 std::string ConsoleFrontEnd::RateAndTimeLeft(std::int32_t done, std::int32_t total, double seconds) {
-  if (done <= 0 || seconds <= 0) return "";
+  if (done <= 0 || seconds < 0.2) return "";  // too early for a steady rate
   const double rate = done / seconds;
   const long left = std::lround(std::max(0, total - done) / rate);
   char text[64];

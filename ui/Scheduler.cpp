@@ -205,6 +205,14 @@ void Scheduler::RunParallel() {
       }
     for (ConversionJob* job : round) {
       if (job->GetRunState() == RunState::NotStarted || job->WaitDone(timing_.reapWait) == 0) continue;
+      // A job that failed in a parallel pass ends as it would in a sequential
+      // one: its row shows Abort or Error, and its message is shown.
+      if (job->StatusCode() != 0 && job->StatusCode() != kMsgAborted) {
+        list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Error), 1, 1);
+        ShowJobError(*job);
+      } else if (job->AbortRequested()) {
+        list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Abort), 1, 1);
+      }
       std::unique_ptr<ConversionJob> ended;
       {
         std::lock_guard lock(jobsMutex_);
