@@ -90,6 +90,10 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     height += plotRows;
     plainFrame = false;
   }
+  // Bars, a tall plot and a deeper output must fit the work buffer; values
+  // from the argument file can ask for more than its usual room.
+  const std::size_t needed = std::size_t{width} * height * BytesOf(std::max({outBits, sourceBits, geometry_.bits}));
+  if (workBuffer_.size() < needed) workBuffer_.resize(needed, 0);
   const std::string fileName = std::string(LastComponent(outputPath)).substr(0, 127);
   header.width = width;
   header.height = height;
@@ -281,10 +285,13 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
                         metaBlock, wideFrame.empty() ? frame : wideFrame.data());
   }
 
-  // The companion movie: 8 or 24 bits, the main output's picture.
+  // The companion movie: 8 or 24 bits, the picture of the main output
+  // (widened with its plot when the plot is wider), or for plain frames the
+  // processed frame fetched anew.
   if (run.movieHandle && movieIndex >= 0 && result == 0) {
     std::uint32_t movieBits = outBits;
-    std::uint8_t* movieFrame = frame;
+    std::uint8_t* movieFrame = wideFrame.empty() ? frame : wideFrame.data();
+    FrameHeader movieHeader = header;
     if (plainFrame) {
       rawSource_.SetMosaicDelivery(false);
       int fetch = 0;
@@ -292,18 +299,17 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
       if (run.mosaicMode) rawSource_.SetMosaicDelivery(true);
       if (!movieFrame) return fetch;
       movieBits = geometry_.bits;
+      movieHeader.width = geometry_.width;
+      movieHeader.height = geometry_.height;
     }
-    FrameHeader movieHeader = header;
-    movieHeader.width = width;  // the narrow picture, without a widened plot
     movieHeader.mosaic = 0;
     movieHeader.mosaicOrder = 0;
     const std::uint32_t target = movieBits <= 16 ? 8 : 24;
     if (movieBits != target)
-      movieFrame = imageProcessor_.ConvertDepth(movieBits, target, rec.PixelGain, width, plainFrame ? geometry_.height : height,
+      movieFrame = imageProcessor_.ConvertDepth(movieBits, target, rec.PixelGain, movieHeader.width, movieHeader.height,
                                                 movieFrame, nullptr);
     movieHeader.bits = target;
     movieHeader.colorKind = target <= 16 ? 1 : 2;
-    if (plainFrame) movieHeader.height = geometry_.height;
     if (movieFrame)
       WriteFrame(run.movieHandle, static_cast<std::uint32_t>(movieIndex), static_cast<std::uint32_t>(movieTotal),
                  &movieHeader, nullptr, movieFrame);
