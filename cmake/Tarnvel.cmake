@@ -35,16 +35,13 @@ function(tarnvel_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE tarnvel_settings tarnvel_test_support GTest::gtest_main GTest::gmock ${ARG_LIBS})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-    PROPERTIES ENVIRONMENT "TARNVEL_SOURCE_DIR=${PROJECT_SOURCE_DIR};TARNVEL_BINARY_DIR=${PROJECT_BINARY_DIR}")
+    PROPERTIES ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp")
 endfunction()
 
-# tarnvel_fuzzer(NAME SOURCES... [LIBS ...]): a libFuzzer target, only with TARNVEL_FUZZ.
+# tarnvel_fuzzer(NAME SOURCES... [LIBS ...]): a libFuzzer target (tests/fuzz, built with TARNVEL_FUZZ).
 function(tarnvel_fuzzer name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
-  if(TARNVEL_FUZZ)
-    add_executable(${name} ${ARG_SOURCES})
-    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
-    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-    target_link_libraries(${name} PRIVATE tarnvel_settings ${ARG_LIBS})
-  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  target_link_libraries(${name} PRIVATE tarnvel_settings ${ARG_LIBS})
 endfunction()

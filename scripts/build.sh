@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, then configures and builds one configuration.
-# Usage: scripts/build.sh [release|asan|tsan] [extra cmake arguments...]
+# Usage: scripts/build.sh [release|asan|tsan] [cmake --build arguments, e.g. --target ui_tests]
 # Build folders: build/<configuration>.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -18,5 +18,5 @@ case "$config" in
 esac
 [[ "${CI:-}" == "true" ]] && args+=(-DTARNVEL_WERROR=ON)
 
-cmake "${args[@]}" "$@" >/dev/null
-cmake --build "$root/build/$config" --parallel "$(nproc)"
+cmake "${args[@]}" >/dev/null
+cmake --build "$root/build/$config" --parallel "$(nproc)" "$@"

@@ -21,6 +21,10 @@ packages=(
   qt6-base-dev
   # independent readers that the tests check written files with
   libtiff-tools ffmpeg python3 python3-pil python3-numpy dcraw
+  # locale sources: the tests compile regional settings to read them back
+  locales
+  # a second reader of the channel workbooks that the generator writes
+  python3-xlrd
   # fuzz targets (libFuzzer) are built with clang
   clang libclang-rt-14-dev
 )

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: once in the release
-# build and once under AddressSanitizer and UndefinedBehaviorSanitizer.
+# build and once under AddressSanitizer and UndefinedBehaviorSanitizer; the
+# tests of threaded code once more under ThreadSanitizer.
 # Usage: scripts/test.sh [ctest arguments...]   e.g. scripts/test.sh -R Profile
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -10,4 +11,15 @@ for config in release asan; do
   echo "== $config"
   "$root/scripts/build.sh" "$config"
   ctest --test-dir "$root/build/$config" --output-on-failure --parallel "$(nproc)" "$@"
+done
+
+# The tests of what runs on several threads, again under ThreadSanitizer.
+echo "== tsan"
+threaded=(ui_tests engine_tests suitelink_tests cordage_tests)
+"$root/scripts/build.sh" tsan --target "${threaded[@]}"
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
+for t in "${threaded[@]}"; do
+  exe=$(find "$root/build/tsan/tests" -name "$t" -type f -executable | head -n 1)
+  echo "-- $t"
+  "$exe" --gtest_brief=1
 done

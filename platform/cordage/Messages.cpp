@@ -16,6 +16,7 @@ const std::map<int, std::string>& BuiltInTexts() {
       {kMsgAborted, "The conversion was aborted."},
       {kMsgFrameFailedPositive, "A frame was refused by the source or the output file %s."},
       {kMsgConfirmAbort, "Do you really want to abort the conversion?"},
+      {kMsgPathTooLong, "The path %s is too long for a job; it was not added."},
   };
   return texts;
 }

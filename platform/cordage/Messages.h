@@ -28,6 +28,7 @@ constexpr int kMsgFrameFailedNegative = 101;
 constexpr int kMsgAborted = 107;
 constexpr int kMsgFrameFailedPositive = 138;
 constexpr int kMsgConfirmAbort = 1061;
+constexpr int kMsgPathTooLong = 1062;
 
 enum class Severity { Error, Warning, Information };
 Severity SeverityOf(int number);

@@ -39,26 +39,10 @@ std::atomic<std::uint64_t> g_parseCount{0};
 
 Parsed Parse(std::string_view text) {
   Parsed parsed;
-  Section* current = &parsed[""];
-  while (!text.empty()) {
-    std::size_t end = text.find('\n');
-    std::string_view line = text.substr(0, end);
-    text = end == std::string_view::npos ? std::string_view{} : text.substr(end + 1);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    line = Trim(line);
-    if (line.empty() || line.front() == ';' || line.front() == '#') continue;
-    if (line.front() == '[') {
-      std::size_t close = line.rfind(']');
-      std::string_view name = line.substr(1, close == std::string_view::npos ? line.npos : close - 1);
-      current = &parsed[Lower(Trim(name))];
-      continue;
-    }
-    std::size_t eq = line.find('=');
-    if (eq == std::string_view::npos) continue;
-    std::string_view key = Trim(line.substr(0, eq));
-    if (key.empty()) continue;
-    current->try_emplace(Lower(key), Trim(line.substr(eq + 1)));
-  }
+  WalkProfileText(text, {[&](std::string_view name) { parsed.try_emplace(Lower(name)); },
+                         [&](std::string_view section, std::string_view key, std::string_view value) {
+                           parsed[Lower(section)].try_emplace(Lower(key), value);
+                         }});
   ++g_parseCount;
   return parsed;
 }
@@ -209,6 +193,28 @@ bool CgReadProfileFloat(const char* section, const char* key, float defaultValue
   }
   if (out) *out = value;
   return parsed;
+}
+
+void WalkProfileText(std::string_view text, const ProfileVisitor& visitor) {
+  std::string_view section;
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    std::string_view line = text.substr(0, end);
+    text = end == std::string_view::npos ? std::string_view{} : text.substr(end + 1);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    line = Trim(line);
+    if (line.empty() || line.front() == ';' || line.front() == '#') continue;
+    if (line.front() == '[') {
+      const std::size_t close = line.rfind(']');
+      section = Trim(line.substr(1, close == std::string_view::npos ? line.npos : close - 1));
+      if (visitor.section) visitor.section(section);
+      continue;
+    }
+    const std::size_t eq = line.find('=');
+    if (eq == std::string_view::npos) continue;
+    const std::string_view key = Trim(line.substr(0, eq));
+    if (!key.empty() && visitor.entry) visitor.entry(section, key, Trim(line.substr(eq + 1)));
+  }
 }
 
 std::uint64_t ProfileParseCount() { return g_parseCount.load(); }

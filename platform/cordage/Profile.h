@@ -16,6 +16,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <string_view>
 
 namespace tarnvel {
 
@@ -39,6 +41,16 @@ bool CgReadProfileInteger(const char* section, const char* key, std::int32_t def
 // that is not a finite number takes the default.
 bool CgReadProfileFloat(const char* section, const char* key, float defaultValue, float* out,
                         const char* path);
+
+// Walks profile text in the form above and calls `entry` for every key line
+// with its trimmed section, key and value, in file order; `section` is called
+// for every section line. Other stores of the same form (the registry files)
+// share this one parser.
+struct ProfileVisitor {
+  std::function<void(std::string_view name)> section;
+  std::function<void(std::string_view section, std::string_view key, std::string_view value)> entry;
+};
+void WalkProfileText(std::string_view text, const ProfileVisitor& visitor);
 
 // How many times a profile file has been parsed since the process started;
 // the benchmarks and tests show with it that the cache works.

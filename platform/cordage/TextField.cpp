@@ -7,7 +7,7 @@ namespace tarnvel {
 bool CopyText(char* dst, std::size_t capacity, std::string_view src) {
   if (capacity == 0) return src.empty();
   const std::size_t n = src.size() < capacity ? src.size() : capacity - 1;
-  std::memcpy(dst, src.data(), n);
+  if (n > 0) std::memcpy(dst, src.data(), n);  // an empty view may carry a null pointer
   dst[n] = '\0';
   return n == src.size();
 }

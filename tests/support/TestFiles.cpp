@@ -50,10 +50,8 @@ std::string ReadFile(const std::filesystem::path& path) {
   return s.str();
 }
 
-std::filesystem::path SourceDir() {
-  const char* dir = std::getenv("TARNVEL_SOURCE_DIR");
-  return dir ? std::filesystem::path(dir) : std::filesystem::current_path();
-}
+std::filesystem::path SourceDir() { return TARNVEL_SOURCE_DIR; }
+std::filesystem::path BinaryDir() { return TARNVEL_BINARY_DIR; }
 
 int RunCommand(const std::string& command, std::string* output) {
   FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");

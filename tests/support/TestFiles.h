@@ -29,6 +29,8 @@ std::string ReadFile(const std::filesystem::path& path);
 
 // The checkout's root, for fixtures and scripts.
 std::filesystem::path SourceDir();
+// The build folder, for the programs under test (BinaryDir() / "apps/tarnvel-send").
+std::filesystem::path BinaryDir();
 
 // Runs a shell command and returns its exit status; its output goes to `output` when given.
 int RunCommand(const std::string& command, std::string* output = nullptr);

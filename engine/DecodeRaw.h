@@ -1,0 +1,115 @@
+// One conversion job: a recording, named by its argument file, turned into
+// its output set. The job owns everything a conversion needs, so jobs on
+// different threads share nothing but the libraries.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "engine/ConversionJob.h"
+#include "engine/FrameGeometry.h"
+#include "engine/JobArgs.h"
+#include "engine/JobOverrides.h"
+#include "engine/RawSource.h"
+#include "engine/XmlFileWriter.h"
+#include "frames/ImageOps.h"
+#include "frames/ImageProcessor.h"
+#include "frames/overlay/LogoImage.h"
+#include "frames/overlay/OverlayItems.h"
+#include "platform/cordage/TextField.h"
+#include "platform/framekit/FrameKit.h"
+#include "platform/threads/Event.h"
+#include "recording/ColourTables.h"
+#include "recording/RecordingInfo.h"
+
+namespace tarnvel {
+
+struct JobRun;
+
+class CDecodeRaw final : public ConversionJob {
+ public:
+  CDecodeRaw(std::string_view argsPath, std::uint32_t rowIndex, std::uint32_t sentBySuite);
+  ~CDecodeRaw() override;
+  CDecodeRaw(const CDecodeRaw&) = delete;
+  CDecodeRaw& operator=(const CDecodeRaw&) = delete;
+
+  void SetReportTarget(void* drawWindow, ReportFunction report, void* context) override;
+  void SetOverrides(const char* destFolder, const JobOverrides& overrides) override;
+  int Start(bool onOwnThread) override;
+  int WaitDone(std::uint32_t milliseconds) override;
+  void Pause() override { pauseEvent_.Reset(); }
+  void Resume() override { pauseEvent_.Set(); }
+  void Abort() override;
+  std::uint32_t RowIndex() const override { return rowIndex_; }
+  bool AbortRequested() const override { return abortFlag_ != 0; }
+  RunState GetRunState() const override { return runState_.load(); }
+  std::int32_t StatusCode() const override { return statusCode_; }
+  std::string StatusText() const override { return std::string(FieldText(statusText_)); }
+
+  // The conversion itself: 0 after a run without error, else -1 with the
+  // reason in StatusCode() and StatusText().
+  int ConvertJob();
+
+  // How long a closed pause gate holds a frame before it opens by itself
+  // (eight minutes); tests shorten it.
+  void SetPauseTimeout(std::chrono::milliseconds timeout) { pauseTimeout_ = timeout; }
+
+ private:
+  int Fail(std::int32_t code, std::string_view text);
+  // One frame from source to sink, and to the companion movie (frame step).
+  int ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
+                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
+                   std::int32_t movieIndex, std::int32_t movieTotal);
+  // Reads store frame `frameIndex` (three tries), clears the bars, places the
+  // picture in the work buffer and runs the operation chain on it. `bits` is
+  // the depth of what arrives (0: the geometry's). Null with `*result` set
+  // when the read failed.
+  std::uint8_t* FetchFrame(std::int32_t frameIndex, std::uint32_t bits, int* result);
+  int RunFrames(JobRun& run);
+  void CommonEnd(JobRun& run);
+  void LoadBackground();
+  void WriteSidecarFrame(JobRun& run, std::int32_t frameNumber);
+  bool WaitAtGate();
+  void Report(const JobRun& run, const std::string& text, std::int32_t state, std::int32_t current);
+
+  std::int32_t statusCode_ = 0;
+  char statusText_[kPathField] = {};
+  RawSource rawSource_;
+  FrameGeometry geometry_;
+  char argsPath_[kPathField] = {};
+  std::uint32_t rowIndex_;
+  std::uint32_t sentBySuite_;
+  bool hasCameraBlock_ = false;
+  std::vector<std::uint8_t> rawBuffer_;
+  std::vector<std::uint8_t> workBuffer_;
+  std::vector<std::uint8_t> backgroundFrame_;
+  CImageOpList imageOps_;
+  ImageProcessor imageProcessor_;
+  RecordingList recordings_;
+  std::unique_ptr<JobArgs> args_;
+  std::int32_t textBarHeight_ = 0;
+  ColourTables whiteBalance_;
+  LogoImage logos_[2];
+  std::unique_ptr<OverlayRenderer> overlayRenderer_;
+  std::unique_ptr<OverlayConfig> overlay_;
+  CXmlFileWriter timeWriter_;
+  ReportFunction report_ = nullptr;
+  void* reportContext_ = nullptr;
+  ManualResetEvent pauseEvent_{true};
+  std::unique_ptr<ManualResetEvent> doneEvent_;
+  std::atomic<std::uint32_t> abortFlag_{0};
+  void* drawWindow_ = nullptr;
+  std::atomic<RunState> runState_{RunState::NotStarted};
+  char destFolder_[kPathField] = {};
+  JobOverrides overrides_;
+  std::chrono::milliseconds pauseTimeout_{480000};
+  std::thread thread_;
+};
+
+}  // namespace tarnvel

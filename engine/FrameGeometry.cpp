@@ -1,0 +1,24 @@
+#include "engine/FrameGeometry.h"
+
+namespace tarnvel {
+
+std::uint32_t BytesPerPixel(std::uint32_t bits) {
+  if (bits <= 8) return 1;
+  if (bits <= 16) return 2;
+  if (bits <= 24) return 3;
+  return 6;
+}
+
+bool MakeFrameGeometry(std::uint32_t width, std::uint32_t height, std::uint32_t bits, std::uint32_t rotation,
+                       FrameGeometry& out) {
+  const std::uint64_t bytes = std::uint64_t{width} * height * BytesPerPixel(bits);
+  if (bytes > 0xFFFFFFFFull) return false;
+  const bool quarterTurn = rotation == 1 || rotation == 3;
+  out.width = quarterTurn ? height : width;
+  out.height = quarterTurn ? width : height;
+  out.bits = bits;
+  out.frameBytes = static_cast<std::uint32_t>(bytes);
+  return true;
+}
+
+}  // namespace tarnvel

@@ -1,0 +1,182 @@
+// ImageProcessor::ConvertDepth: shifts and saturation, no tables, no rounding.
+//
+// Depths are first brought to what their storage can mean: 1 to 8 count as
+// 8, a target of 17 to 23 as 24 (8-bit colour), anything above 48 as 48. A
+// right shift that BitRange turns negative becomes a left shift by the same
+// amount, still clamped; a left shift without a clamp keeps the low bits
+// that the storage holds.
+#include <algorithm>
+#include <cstring>
+
+#include "frames/ImageProcessor.h"
+#include "frames/primitives/PixelLayout.h"
+
+namespace tarnvel {
+namespace {
+
+struct ShiftRight {
+  std::uint32_t shift, max;
+  std::uint32_t operator()(std::uint32_t v) const { return std::min(v >> shift, max); }
+};
+struct ShiftLeft {
+  std::uint32_t shift, max;
+  std::uint32_t operator()(std::uint32_t v) const { return std::min(v << shift, max); }
+};
+
+constexpr std::uint32_t kNoClamp = 0xFFFFFFFFu;
+
+// Calls f with the functor for "shifted right by `right`, clamped to max";
+// a negative `right` shifts left.
+template <class F>
+void WithShift(int right, std::uint32_t max, F&& f) {
+  if (right >= 0) f(ShiftRight{static_cast<std::uint32_t>(std::min(right, 31)), max});
+  else f(ShiftLeft{static_cast<std::uint32_t>(std::min(-right, 16)), max});
+}
+// "Shifted left by `left`", no clamp (negative: right, which never needs one).
+template <class F>
+void WithLeftShift(int left, F&& f) {
+  WithShift(-left, kNoClamp, std::forward<F>(f));
+}
+
+std::uint32_t Mask(std::uint32_t bits) { return bits >= 32 ? kNoClamp : (1u << bits) - 1u; }
+
+// Each pixel of Cin channels of In becomes one of Cout channels of Out:
+// channel by channel when the counts agree, the one value in all three when
+// grey turns into colour.
+template <class In, class Out, int Cin, int Cout, class Op>
+TARNVEL_VECTOR_CLONES void MapValues(const std::uint8_t* source, std::uint8_t* destination, std::size_t pixels, Op op) {
+  const In* in = reinterpret_cast<const In*>(source);
+  Out* out = reinterpret_cast<Out*>(destination);
+  if constexpr (Cin == Cout) {
+    for (std::size_t k = 0; k < pixels * Cin; ++k) out[k] = static_cast<Out>(op(in[k]));
+  } else {
+    static_assert(Cin == 1 && Cout == 3);
+    for (std::size_t p = 0; p < pixels; ++p) {
+      const Out v = static_cast<Out>(op(in[p]));
+      out[3 * p] = v;
+      out[3 * p + 1] = v;
+      out[3 * p + 2] = v;
+    }
+  }
+}
+
+// Grey from colour: 0.299 red + 0.587 green + 0.114 blue in double over the
+// channels as `channel` gives them, cut toward zero and limited to greyMax,
+// then `grey` brings the value to the target.
+template <class In, class Out, class ChannelOp, class GreyOp>
+void WeightedGrey(const std::uint8_t* source, std::uint8_t* destination, std::size_t pixels, ChannelOp channel,
+                  std::uint32_t greyMax, GreyOp grey) {
+  const In* in = reinterpret_cast<const In*>(source);
+  Out* out = reinterpret_cast<Out*>(destination);
+  for (std::size_t p = 0; p < pixels; ++p) {
+    const double g = 0.299 * channel(in[3 * p + 2]) + 0.587 * channel(in[3 * p + 1]) + 0.114 * channel(in[3 * p]);
+    const std::uint32_t value = g > static_cast<double>(greyMax) ? greyMax : static_cast<std::uint32_t>(g);
+    out[p] = static_cast<Out>(grey(value));
+  }
+}
+
+std::uint32_t Normalised(std::uint32_t depth) {
+  if (depth <= 8) return 8;
+  return std::min<std::uint32_t>(depth, 48);
+}
+
+void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const std::uint8_t* src, std::uint8_t* dst) {
+  using u8 = std::uint8_t;
+  using u16 = std::uint16_t;
+  s = Normalised(s);
+  t = Normalised(t);
+  if (t > 16 && t < 24) t = 24;
+  const PixelLayout from = LayoutOfDepth(s), to = LayoutOfDepth(t);
+  const int si = static_cast<int>(s), ti = static_cast<int>(t);
+  const auto identity = [](std::uint32_t v) { return v; };
+
+  if (to == PixelLayout::Grey8) {
+    switch (from) {
+      case PixelLayout::Grey8: MapValues<u8, u8, 1, 1>(src, dst, pixels, identity); return;
+      case PixelLayout::Grey16:
+        WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 1>(src, dst, pixels, op); });
+        return;
+      case PixelLayout::Color8: WeightedGrey<u8, u8>(src, dst, pixels, identity, 255, identity); return;
+      case PixelLayout::Color16:  // each channel narrowed to 8 bits first
+        WithShift(si / 3 - 8 - r, 255,
+                  [&](auto op) { WeightedGrey<u16, u8>(src, dst, pixels, op, 255, identity); });
+        return;
+    }
+  }
+  if (to == PixelLayout::Color8) {
+    switch (from) {
+      case PixelLayout::Grey8: MapValues<u8, u8, 1, 3>(src, dst, pixels, identity); return;
+      case PixelLayout::Grey16:
+        WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
+        return;
+      case PixelLayout::Color8:
+        WithShift(si / 3 - 8 - r, 255, [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
+        return;
+      case PixelLayout::Color16:
+        WithShift(si / 3 - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
+        return;
+    }
+  }
+  if (to == PixelLayout::Color16) {
+    const int tc = std::min(ti / 3, 16);
+    switch (from) {
+      case PixelLayout::Grey8:
+        WithLeftShift(tc - 8, [&](auto op) { MapValues<u8, u16, 1, 3>(src, dst, pixels, op); });
+        return;
+      case PixelLayout::Color8:
+        WithLeftShift(tc - si / 3, [&](auto op) { MapValues<u8, u16, 3, 3>(src, dst, pixels, op); });
+        return;
+      case PixelLayout::Grey16:
+        if (tc >= si) WithLeftShift(tc - si, [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
+        else WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
+        return;
+      case PixelLayout::Color16:
+        if (si >= ti)
+          WithShift((si - ti) / 3 - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
+        else WithLeftShift((ti - si) / 3, [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
+        return;
+    }
+  }
+  // Grey of 9 to 16 bits. A colour source becomes grey at its own channel
+  // depth first and then follows the grey rows.
+  auto greyRows = [&](int sourceBits, auto&& run) {
+    if (sourceBits >= ti) WithShift(sourceBits - ti - r, Mask(t), run);
+    else WithLeftShift(ti - sourceBits, run);
+  };
+  switch (from) {
+    case PixelLayout::Grey8:
+      WithLeftShift(ti - 8, [&](auto op) { MapValues<u8, u16, 1, 1>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Grey16:
+      greyRows(si, [&](auto op) { MapValues<u16, u16, 1, 1>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:
+      greyRows(8, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, identity, 255, op); });
+      return;
+    case PixelLayout::Color16: {
+      const int sc = std::min(si / 3, 16);
+      greyRows(sc, [&](auto op) { WeightedGrey<u16, u16>(src, dst, pixels, identity, Mask(sc), op); });
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+std::uint8_t* ImageProcessor::ConvertDepth(std::uint32_t sourceDepth, std::uint32_t targetDepth,
+                                           std::uint32_t bitRange, std::uint32_t width, std::uint32_t height,
+                                           const std::uint8_t* source, std::uint8_t* destination) {
+  if (!source) return destination;
+  if (sourceDepth == targetDepth) {
+    if (!destination) return const_cast<std::uint8_t*>(source);
+    std::memcpy(destination, source, frameSize_);
+    return destination;
+  }
+  const std::size_t pixels = static_cast<std::size_t>(width) * height;
+  std::uint8_t* out = destination ? destination : EnsureScratch(pixels * BytesPerPixel(targetDepth));
+  if (!out) return nullptr;
+  Convert(sourceDepth, targetDepth, static_cast<int>(std::min<std::uint32_t>(bitRange, 64)), pixels, source, out);
+  return out;
+}
+
+}  // namespace tarnvel

@@ -1,0 +1,79 @@
+#include "frames/overlay/LogoImage.h"
+
+#include <cstring>
+
+#include "frames/ImageProcessor.h"
+#include "frames/ImageScaler.h"
+#include "frames/overlay/Blend.h"
+#include "platform/framekit/FrameKit.h"
+
+namespace tarnvel {
+namespace {
+
+std::uint32_t BytesOfDepth(std::uint32_t bits) { return bits <= 8 ? 1 : bits <= 16 ? 2 : bits <= 24 ? 3 : 6; }
+
+}  // namespace
+
+int LogoScalePercent(std::int32_t row) { return row >= 0 && row < 17 ? kLogoScales[row] : 100; }
+
+void LogoImage::Free() {
+  pixels_.clear();
+  pixels_.shrink_to_fit();
+  width_ = height_ = hasAlpha_ = 0;
+}
+
+int LogoImage::Load(const char* path) {
+  Free();
+  ImageInfo info{};
+  if (path == nullptr || GetImageInfo(path, &info) != 0 || info.width == 0 || info.height == 0) return 0;
+  const std::uint32_t w = info.width, h = info.height, bits = info.bits;
+  const bool alpha = info.colorKind == kColorKindGreyAlpha || info.colorKind == kColorKindColorAlpha;
+  const std::uint32_t padded = (w + 3) & ~3u;
+  const std::uint64_t colourBytes = std::uint64_t{BytesOfDepth(bits)} * w * h;
+  const std::uint64_t rowLength = std::uint64_t{BytesOfDepth(bits) + (alpha ? 1u : 0u)} * w;
+  if (rowLength > 0xFFFFFFFFull) return 0;
+  std::vector<std::uint8_t> buffer(rowLength * h);
+  if (LoadImage(path, 0, static_cast<std::uint32_t>(rowLength), h, buffer.data(), 0) != 0) return 0;
+
+  // The colour plane at 24 bits, rows of the image's own width.
+  std::vector<std::uint8_t> colour(3ull * w * h);
+  if (bits == 24) {
+    std::memcpy(colour.data(), buffer.data(), colour.size());
+  } else {
+    ImageProcessor processor;
+    processor.SetGeometry(w, h, bits);
+    const std::uint8_t* converted = processor.ConvertDepth(bits, 24, 0, w, h, buffer.data(), colour.data());
+    if (converted == nullptr) return 0;
+  }
+  width_ = padded;
+  height_ = h;
+  hasAlpha_ = alpha ? 1 : 0;
+  pixels_.assign((3ull + hasAlpha_) * padded * h, 0);
+  for (std::uint32_t y = 0; y < h; ++y) {
+    std::memcpy(&pixels_[3ull * padded * y], &colour[3ull * w * y], 3ull * w);
+    if (alpha) std::memcpy(&pixels_[3ull * padded * h + 1ull * padded * y], &buffer[colourBytes + 1ull * w * y], w);
+  }
+  return 1;
+}
+
+void DrawLogo(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth, std::int32_t position,
+              int scalePercent, int transparencyStep, std::int32_t offset, const std::uint8_t* pixels,
+              std::uint32_t logoWidth, std::uint32_t logoHeight, const std::uint8_t* alpha) {
+  if (pixels == nullptr || logoWidth == 0 || logoHeight == 0) return;
+  if (scalePercent == 100) {
+    BlendBitmap(frame, width, height, depth, position, false, offset, 0, transparencyStep, pixels, logoWidth,
+                logoHeight, alpha);
+    return;
+  }
+  const std::uint32_t w = static_cast<std::uint32_t>(std::uint64_t{logoWidth} * scalePercent / 100);
+  const std::uint32_t h = static_cast<std::uint32_t>((std::uint64_t{logoHeight} * scalePercent / 100 + 3) & ~3ull);
+  if (w == 0 || h == 0) return;
+  ImageScaler scaler;
+  std::vector<std::uint8_t> scaled(3ull * w * h), scaledAlpha(alpha ? std::size_t{w} * h : 0);
+  if (scaler.Scale(ScaleLanczos, pixels, logoWidth, logoHeight, scaled.data(), w, h, 24) != 0) return;
+  if (alpha && scaler.Scale(ScaleLanczos, alpha, logoWidth, logoHeight, scaledAlpha.data(), w, h, 8) != 0) return;
+  BlendBitmap(frame, width, height, depth, position, false, offset, 0, transparencyStep, scaled.data(), w, h,
+              alpha ? scaledAlpha.data() : nullptr);
+}
+
+}  // namespace tarnvel

@@ -1,0 +1,97 @@
+// The four pixel layouts that every frame of the converter is stored in, and
+// the one place where a depth turns into a layout.
+//
+// Depth is the number of bits per pixel over all channels:
+//   1 to 8      8-bit grey     one byte
+//   9 to 16     16-bit grey    one 16-bit word, value in the low `depth` bits
+//   17 to 24    8-bit colour   three bytes: blue, green, red
+//   25 and up   16-bit colour  three 16-bit words: blue, green, red, each in
+//                              the low depth / 3 bits
+// Rows are tightly packed, top row first. A primitive is written once as a
+// template over the sample type and the channel count, and a frame picks its
+// instance once through DispatchLayout.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+namespace tarnvel {
+
+enum class PixelLayout { Grey8, Grey16, Color8, Color16 };
+
+constexpr PixelLayout LayoutOfDepth(std::uint32_t depth) {
+  if (depth <= 8) return PixelLayout::Grey8;
+  if (depth <= 16) return PixelLayout::Grey16;
+  if (depth <= 24) return PixelLayout::Color8;
+  return PixelLayout::Color16;
+}
+
+constexpr std::uint32_t ChannelsOf(PixelLayout layout) {
+  return layout == PixelLayout::Grey8 || layout == PixelLayout::Grey16 ? 1 : 3;
+}
+
+constexpr std::uint32_t SampleBytesOf(PixelLayout layout) {
+  return layout == PixelLayout::Grey8 || layout == PixelLayout::Color8 ? 1 : 2;
+}
+
+constexpr std::uint32_t BytesPerPixel(std::uint32_t depth) {
+  const PixelLayout layout = LayoutOfDepth(depth);
+  return ChannelsOf(layout) * SampleBytesOf(layout);
+}
+
+// Bits that one channel holds: the depth for grey, depth / 3 for colour,
+// never more than the sample can store.
+constexpr std::uint32_t ChannelBits(std::uint32_t depth) {
+  const PixelLayout layout = LayoutOfDepth(depth);
+  std::uint32_t bits = ChannelsOf(layout) == 1 ? depth : depth / 3;
+  const std::uint32_t storage = 8 * SampleBytesOf(layout);
+  if (bits > storage) bits = storage;
+  return bits == 0 ? 1 : bits;
+}
+
+// Full scale of a channel: 2 to the power ChannelBits, minus 1.
+constexpr std::uint32_t FullScale(std::uint32_t depth) { return (1u << ChannelBits(depth)) - 1u; }
+
+// Statuses of the primitives; callers of the processor drop them.
+constexpr int kPrimitiveOk = 0;
+constexpr int kPrimitiveNoMemory = -4;
+constexpr int kPrimitiveBadSize = -6;
+constexpr int kPrimitiveBadDivisor = -10;
+constexpr int kPrimitiveBadMask = -33;
+constexpr int kPrimitiveBadMethod = -34;
+
+// Calls f.template operator()<Sample, Channels>() for the layout.
+template <class F>
+decltype(auto) DispatchLayout(PixelLayout layout, F&& f) {
+  switch (layout) {
+    case PixelLayout::Grey8: return f.template operator()<std::uint8_t, 1>();
+    case PixelLayout::Grey16: return f.template operator()<std::uint16_t, 1>();
+    case PixelLayout::Color8: return f.template operator()<std::uint8_t, 3>();
+    case PixelLayout::Color16: break;
+  }
+  return f.template operator()<std::uint16_t, 3>();
+}
+
+// Row access over a byte buffer with a row length in bytes.
+template <class T>
+inline T* RowOf(void* base, std::size_t rowBytes, std::size_t y) {
+  return reinterpret_cast<T*>(static_cast<std::uint8_t*>(base) + y * rowBytes);
+}
+template <class T>
+inline const T* RowOf(const void* base, std::size_t rowBytes, std::size_t y) {
+  return reinterpret_cast<const T*>(static_cast<const std::uint8_t*>(base) + y * rowBytes);
+}
+
+}  // namespace tarnvel
+
+// Hot loops get a second copy compiled for AVX2, picked once at load time
+// when the processor has it; both copies compute the same values, since no
+// operation is fused or reordered.
+// ThreadSanitizer cannot run the resolvers that pick a copy at load time
+// (they run before its runtime is up), so its builds keep one copy.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
+#define TARNVEL_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define TARNVEL_VECTOR_CLONES
+#endif

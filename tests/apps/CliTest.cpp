@@ -1,0 +1,69 @@
+// tarnvel-cli from the outside: a batch of generated recordings converted in
+// parallel into a destination, one of them damaged.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "apps/recgen/RecordingGenerator.h"
+#include "platform/cordage/TextField.h"
+#include "tests/support/TestFiles.h"
+
+namespace tarnvel {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Cli() { return (test::BinaryDir() / "apps/tarnvel-cli").string(); }
+
+TEST(Cli, ParallelBatchIntoADestinationWithOneDamagedRecording) {
+  test::TempDir dir;
+  std::string batch = "[List]\r\nSignature=OKN Fathom Bureau Raw Batch File V 1.00\r\nDestinationFolder=" +
+                      dir.File("out") + "\r\nFileType=-1\r\nCount=10\r\n";
+  for (int i = 0; i < 10; ++i) {
+    recgen::RecordingOptions o;
+    o.folder = dir.File("rec" + std::to_string(i));
+    o.width = 96, o.height = 64, o.frames = 12, o.preTrigger = 2, o.baseName = "shot";
+    o.fileType = i % 2 ? 11 : 1;
+    ASSERT_EQ(recgen::WriteRecording(o), "");
+    char key[16];
+    std::snprintf(key, sizeof key, "File_%03d", i);
+    batch += std::string(key) + "=" + JoinPath(o.folder, "args.ini") + "\r\n";
+  }
+  fs::resize_file(dir.path() / "rec7/rawdata.00.raw", 256 + 3000);  // only a few frames left
+  test::WriteFile(dir.path() / "jobs.bat", batch);
+  // No settings files: the parallel count comes from the command line.
+  const std::string env = "TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " TARNVEL_MACHINE_REGISTRY=" + dir.File("m.reg") + " ";
+  std::string output;
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --parallel 4 " + dir.File("jobs.bat"), &output), 1) << output;
+  for (int i = 0; i < 10; ++i) {
+    const fs::path out = dir.path() / "out" / ("rec" + std::to_string(i));
+    if (i == 7) {
+      EXPECT_TRUE(fs::exists(dir.path() / "rec7/rawdata.00.raw")) << "the damaged recording keeps its raw files";
+      continue;
+    }
+    if (i % 2) {
+      EXPECT_TRUE(fs::exists(out / "shot.mpt")) << out;
+    } else {
+      EXPECT_TRUE(fs::exists(out / "shot-000002.tif")) << out;
+      EXPECT_TRUE(fs::exists(out / "shot000009.tif")) << out;
+    }
+    EXPECT_TRUE(fs::exists(out / "_config.pgv")) << "profiles follow the output";
+  }
+  EXPECT_NE(output.find("error 101"), std::string::npos) << output;
+  // The damaged job reports its end like any other, then the list marks it.
+  EXPECT_NE(output.find("/rec7: Error"), std::string::npos) << output;
+  EXPECT_EQ(output.find("/rec3: Error"), std::string::npos);
+}
+
+TEST(Cli, UsageAndNothingToConvert) {
+  std::string output;
+  EXPECT_EQ(test::RunCommand(Cli(), &output), 2);
+  EXPECT_EQ(test::RunCommand(Cli() + " --parallel 0 x", &output), 2);
+  test::TempDir dir;
+  EXPECT_EQ(test::RunCommand(Cli() + " " + dir.File("nothing/args.ini"), &output), 1) << output;
+  EXPECT_NE(output.find("error 88"), std::string::npos) << output;
+}
+
+}  // namespace
+}  // namespace tarnvel

@@ -1,0 +1,161 @@
+#include "channels/gen/ChannelGen.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+
+#include "tests/support/TestFiles.h"
+
+namespace tarnvel {
+namespace {
+
+using test::TempDir;
+
+double IdealCode(double volts) { return 65535.0 * (volts + 10.0) / 20.0; }
+
+TEST(ChannelGen, SignalsFollowTheFrames) {
+  ChannelPlan plan;
+  plan.channelMask = 0b1111;
+  plan.frameRate = 500;
+  plan.samplesPerFrame = 4;
+  plan.frameCount = 40;
+  plan.periodFrames = 10;
+  plan.startSeconds = -0.01;
+  const ChannelRecording rec = MakeChannelRecording(plan);
+  const ChannelFileHeader& h = rec.header;
+  EXPECT_STREQ(h.Magic, "OKN_BIN");
+  EXPECT_EQ(h.Rate, 4u * 2000u);
+  EXPECT_EQ(h.SamplesPerFrame, 16u);
+  EXPECT_EQ(h.Size, 40u * 4u * 4u);
+  EXPECT_EQ(h.T0, -10000);
+  ASSERT_EQ(rec.times.size(), 160u);
+  ASSERT_EQ(rec.volts.size(), 640u);
+  EXPECT_NEAR(rec.times[1] - rec.times[0], 1.0 / 2000, 1e-12);
+
+  for (std::size_t k = 0; k < rec.times.size(); ++k) {
+    const float sine = rec.volts[k * 4], step = rec.volts[k * 4 + 1], ramp = rec.volts[k * 4 + 2],
+                noise = rec.volts[k * 4 + 3];
+    const std::size_t frame = k / 4;
+    EXPECT_NEAR(sine, 5.0 * std::sin(2 * M_PI * (k % 40) / 40.0), 1e-5);
+    // Steps of 5 frames switch on frame boundaries.
+    EXPECT_EQ(step, (frame / 5) % 2 ? -5.0f : 5.0f) << k;
+    EXPECT_NEAR(ramp, -5.0 + 10.0 * (k % 40) / 40.0, 1e-5);
+    EXPECT_LE(std::fabs(noise), 2.5f);
+  }
+  // The noise is no constant.
+  EXPECT_NE(rec.volts[3], rec.volts[7]);
+
+  plan.channelMask = 0;
+  EXPECT_EQ(MakeChannelRecording(plan).header.Size, 0u);
+  plan.channelMask = 1;
+  plan.frameCount = 0;
+  EXPECT_EQ(MakeChannelRecording(plan).header.Size, 0u);
+  EXPECT_FALSE(WriteChannelFile("/tmp/unused.dat", 1, MakeChannelRecording(plan)));
+}
+
+// Every form written and read back: head and codes agree with what was written.
+TEST(ChannelGen, EveryFormReadsBack) {
+  TempDir dir;
+  ChannelPlan plan;
+  plan.channelMask = (1u << 0) | (1u << 3) | (1u << 9) | (1u << 15);
+  plan.frameRate = 250;
+  plan.samplesPerFrame = 8;  // 2000 samples per second and channel: 500 us apart
+  plan.frameCount = 30;
+  plan.startSeconds = -0.02;
+  plan.amplitude = 9.5f;
+  const ChannelRecording rec = MakeChannelRecording(plan);
+  ASSERT_EQ(rec.header.Size, 30u * 8u * 4u);
+
+  for (int type = 1; type <= 7; ++type) {
+    const std::string path = ChannelFilePath(dir.path().string(), "run", type);
+    ASSERT_TRUE(WriteChannelFile(path, type, rec)) << path;
+    ChannelFileHeader header{};
+    ChannelCodes codes;
+    int readType = 0;
+    ASSERT_EQ(ReadChannelData(path.c_str(), &readType, &header, &codes), 1) << path;
+    EXPECT_EQ(readType, type);
+    EXPECT_EQ(header.Size, rec.header.Size) << path;
+    EXPECT_EQ(header.Rate, rec.header.Rate) << path;
+    EXPECT_EQ(header.T0, rec.header.T0) << path;
+    for (int c = 0; c < 16; ++c) EXPECT_EQ(header.Channels[c].Enable, rec.header.Channels[c].Enable) << path << c;
+    // Forms that carry the samples per frame keep it.
+    if (type == 1 || type == 2 || type == 3) {
+      EXPECT_EQ(header.SamplesPerFrame, rec.header.SamplesPerFrame) << path;
+    }
+    ASSERT_EQ(codes.size(), rec.volts.size()) << path;
+    int off = 0;
+    for (std::size_t i = 0; i < codes.size(); ++i) off += std::fabs(codes[i] - IdealCode(rec.volts[i])) > 1.0;
+    EXPECT_EQ(off, 0) << path;
+
+    ChannelFileHeader head{};
+    ASSERT_EQ(ReadChannelHeader(path.c_str(), nullptr, &head), 1) << path;
+    EXPECT_EQ(head.Size, header.Size) << path;
+    EXPECT_EQ(head.Rate, header.Rate) << path;
+    EXPECT_EQ(head.T0, header.T0) << path;
+  }
+  EXPECT_EQ(ChannelFilePath("/rec/", "run", 0), "/rec/run.ASC");
+  EXPECT_EQ(ChannelFilePath("/rec", "run", 7), "/rec/run.CSV");
+}
+
+// Every form cut short: a read fails, or gives the rows that were whole (at
+// most the cut row differs) and zero codes behind them, never other values.
+TEST(ChannelGen, EveryFormCutShort) {
+  TempDir dir;
+  ChannelPlan plan;
+  plan.channelMask = 0b1010'0110;
+  plan.frameCount = 20;
+  plan.samplesPerFrame = 5;
+  const ChannelRecording rec = MakeChannelRecording(plan);
+  int partial = 0;
+  for (int type = 1; type <= 7; ++type) {
+    const std::string path = ChannelFilePath(dir.path().string(), "cut", type);
+    ASSERT_TRUE(WriteChannelFile(path, type, rec));
+    const std::string whole = test::ReadFile(path);
+    for (double part : {0.05, 0.3, 0.5, 0.9, 0.999}) {
+      test::WriteFile(path, whole.substr(0, static_cast<std::size_t>(whole.size() * part)));
+      ChannelFileHeader header{};
+      ChannelCodes codes;
+      const int ok = ReadChannelData(path.c_str(), nullptr, &header, &codes);
+      ASSERT_EQ(codes.size(), ok ? header.Size : 0u) << path << part;
+      if (!ok) continue;
+      ++partial;
+      EXPECT_LE(header.Size, rec.header.Size) << path << part;
+      int other = 0;
+      for (std::size_t i = 0; i < codes.size(); ++i)
+        other += codes[i] != 0 && std::fabs(codes[i] - IdealCode(rec.volts[i])) > 1.0;
+      EXPECT_LE(other, 4) << path << part;
+    }
+  }
+  EXPECT_GE(partial, 15);  // the text forms read what they hold
+}
+
+// Readers of the suite's neighbours see the same content: Python's csv and XML
+// parsers, independent of our readers.
+TEST(ChannelGen, IndependentReadersAgree) {
+  TempDir dir;
+  ChannelPlan plan;
+  plan.channelMask = 0b101;
+  plan.frameCount = 5;
+  plan.samplesPerFrame = 2;
+  const ChannelRecording rec = MakeChannelRecording(plan);
+  const std::string csv = dir.File("run.CSV"), xml = dir.File("run.XML");
+  ASSERT_TRUE(WriteChannelFile(csv, 7, rec));
+  ASSERT_TRUE(WriteChannelFile(xml, 5, rec));
+  std::string out;
+  const std::string script =
+      "import csv,sys,xml.etree.ElementTree as E\n"
+      "rows=list(csv.reader(open(sys.argv[1])))\n"
+      "ns={'ss':'urn:schemas-microsoft-com:office:spreadsheet'}\n"
+      "t=E.parse(sys.argv[2]).getroot()\n"
+      "ws=t.find('ss:Worksheet',ns)\n"
+      "xr=ws.findall('ss:Table/ss:Row',ns)\n"
+      "print(rows[0], len(rows)-1, ws.get('{urn:schemas-microsoft-com:office:spreadsheet}Name'), len(xr),"
+      " float(rows[3][2]) == float(xr[2].findall('ss:Cell/ss:Data',ns)[2].text))\n";
+  test::WriteFile(dir.File("check.py"), script);
+  ASSERT_EQ(test::RunCommand("/usr/bin/python3 " + dir.File("check.py") + " " + csv + " " + xml, &out), 0) << out;
+  EXPECT_EQ(out, "['Time', 'Channel0', 'Channel2'] 10 PGDA1 10 True\n");
+}
+
+}  // namespace
+}  // namespace tarnvel

@@ -1,0 +1,178 @@
+#include "channels/DataPlot.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+#include <vector>
+
+#include "frames/overlay/Blend.h"
+
+namespace tarnvel {
+namespace {
+
+constexpr int W = 640, H = 256;
+
+// Colour words of a 24-bit frame pixel (blue, green, red bytes).
+std::uint32_t At(const std::vector<std::uint8_t>& frame, int x, int y) {
+  const std::uint8_t* p = &frame[(static_cast<std::size_t>(y) * W + x) * 3];
+  return p[2] | p[1] << 8 | p[0] << 16;
+}
+
+struct Plot {
+  std::vector<std::uint16_t> codes;
+  CDataBmp bmp;
+  std::vector<std::uint8_t> frame = std::vector<std::uint8_t>(static_cast<std::size_t>(W) * H * 3, 0x77);
+};
+
+// Channels 0, 2 and 5 over 100 frames of 10 instants each: a sine, a ramp and a constant.
+void MakePlot(Plot& p, int legend, int selected, std::uint32_t mask = 0b100101) {
+  const int channels = std::popcount(mask), instants = 1000;
+  p.codes.resize(static_cast<std::size_t>(instants) * channels);
+  for (int k = 0; k < instants; ++k)
+    for (int c = 0; c < channels; ++c)
+      p.codes[k * channels + c] = static_cast<std::uint16_t>(
+          c == 0 ? 32768 + 20000 * std::sin(k / 50.0) : c == 1 ? k * 60 : 40000);
+  p.bmp.SetRect({0, 0, W, H});
+  p.bmp.SetData(p.codes.data(), static_cast<std::int32_t>(p.codes.size()), 10 * channels, 0, 1000 * channels, mask);
+  p.bmp.ResetView();
+  p.bmp.SetColors(8, 4);
+  p.bmp.SetUnits(0, "[V]");
+  p.bmp.SetScale(1.0f);
+  p.bmp.SetValueRange(0);
+  std::int32_t colours[kChannelCount];
+  for (int i = 0; i < kChannelCount; ++i) colours[i] = 10 + i % 8;  // channel 0: 10, 2: 12, 5: 15
+  p.bmp.SetChannelColors(colours);
+  ChannelEntry entries[kChannelCount] = {};
+  for (int i = 0; i < kChannelCount; ++i) std::snprintf(entries[i].Label, sizeof entries[i].Label, "Channel_%d", i + 1);
+  p.bmp.SetChannels(entries, legend);
+  p.bmp.SetShowDataPoints(0);
+  p.bmp.SetSelectedChannel(selected);
+}
+
+TEST(DataPlot, MulDivRoundsLikeThePlatform) {
+  EXPECT_EQ(MulDiv(5, 3, 2), 8);    // 7.5 rounds away from zero
+  EXPECT_EQ(MulDiv(-5, 3, 2), -8);
+  EXPECT_EQ(MulDiv(7, 1, 3), 2);
+  EXPECT_EQ(MulDiv(1, 1, 0), -1);
+  EXPECT_EQ(MulDiv(2000000000, 4, 1), -1) << "a result beyond 32 bits";
+  EXPECT_EQ(MulDiv(2000000000, 4, 8), 1000000000) << "a 64-bit intermediate";
+  EXPECT_EQ(GreyPen(0).color, 0xFFFFFFu);
+  EXPECT_EQ(GreyPen(4).style, PenStyle::Solid);
+  EXPECT_EQ(GreyPen(4).color, 0xCCCCCCu);
+  EXPECT_EQ(GreyPen(3).style, PenStyle::DashDotDot);
+}
+
+TEST(DataPlot, GraphGridCursorAndCurvesOnAColourFrame) {
+  for (std::int32_t frameIndex : {0, 50, 99}) {
+    Plot p;
+    MakePlot(p, 1, -1);
+    EXPECT_EQ(p.bmp.Draw(frameIndex, p.frame.data(), W, H, 24), 1);
+    const Rect g = p.bmp.GraphRect();
+    ASSERT_GT(g.Width(), 300);
+    ASSERT_GT(g.Height(), 100);
+    EXPECT_EQ(g.Width() % 8, 0) << "whole cells";
+    EXPECT_EQ(g.Height() % 4, 0);
+    EXPECT_GT(g.left, p.bmp.LegendRect().right) << "the graph stands right of the legend";
+    // The cursor: a full column in colour 2 at the frame's time.
+    // The data's span is the whole sample period (1e6 / 3000, cut) times the samples.
+    EXPECT_EQ(p.bmp.CursorTime(), MulDiv(frameIndex * 10, 1000000 / 3000 * 3000, 1000));
+    const int x = p.bmp.XOfTime(p.bmp.CursorTime());
+    if (frameIndex == 0) {
+      EXPECT_EQ(x, g.left) << "frame 0 sits on the graph's left edge";
+    }
+    for (int y = g.top; y < g.bottom; ++y) ASSERT_EQ(At(p.frame, x, y), ColorAt(2)) << "row " << y;
+    // Every curve pixel lies inside the graph; all three curves are there.
+    std::set<std::uint32_t> seen;
+    for (int y = 0; y < H; ++y)
+      for (int xx = 0; xx < W; ++xx) {
+        const std::uint32_t c = At(p.frame, xx, y);
+        if (c == ColorAt(10) || c == ColorAt(12) || c == ColorAt(15)) {
+          seen.insert(c);
+          const bool inLegend = xx >= p.bmp.LegendRect().left && xx < p.bmp.LegendRect().right;
+          if (!inLegend) {
+            ASSERT_GE(xx, g.left);
+            ASSERT_LT(xx, g.right);
+            ASSERT_GE(y, g.top);
+            ASSERT_LE(y, g.bottom);
+          }
+        }
+      }
+    EXPECT_EQ(seen.size(), 3u);
+    // Grid lines: dotted in colour 4 on columns 1 to 7 and rows 1 to 3.
+    const int column = g.Width() / 8;
+    int gridDots = 0;
+    for (int y = g.top + 1; y < g.bottom - 1; ++y) gridDots += At(p.frame, g.left + 3 * column, y) == ColorAt(4);
+    EXPECT_GT(gridDots, g.Height() / 4);
+  }
+}
+
+TEST(DataPlot, SelectedChannelLegendAndGreyPens) {
+  Plot p;
+  MakePlot(p, 0, 1);  // position 1 is channel 2
+  p.bmp.Draw(0, p.frame.data(), W, H, 24);
+  std::set<std::uint32_t> seen;
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) seen.insert(At(p.frame, x, y));
+  EXPECT_TRUE(seen.count(ColorAt(12)));
+  EXPECT_FALSE(seen.count(ColorAt(10))) << "only the selected channel is drawn";
+  EXPECT_FALSE(seen.count(ColorAt(15)));
+  EXPECT_EQ(p.bmp.LegendRect().Width(), 0) << "legend off";
+
+  // A grey frame takes its pens from the grey table whatever the colours say.
+  Plot grey;
+  MakePlot(grey, 1, -1);
+  std::vector<std::uint16_t> frame(static_cast<std::size_t>(W) * H, 9999);
+  grey.bmp.Draw(0, frame.data(), W, H, 12);
+  auto greyOf = [](std::uint32_t c) {
+    const std::uint32_t r = (c & 255) << 4, g = ((c >> 8) & 255) << 4, b = ((c >> 16) & 255) << 4;
+    return static_cast<std::uint16_t>((11 * r + 18 * g + 3 * b) >> 5);
+  };
+  std::set<std::uint16_t> values(frame.begin(), frame.end());
+  EXPECT_TRUE(values.count(greyOf(0xFFFFFF)));
+  EXPECT_TRUE(values.count(greyOf(0xCCCCCC)));
+  EXPECT_TRUE(values.count(greyOf(0xAAAAAA)));
+  EXPECT_TRUE(values.count(greyOf(ColorAt(8)))) << "background entry 8";
+  EXPECT_FALSE(values.count(9999)) << "the plot fills all its rows";
+}
+
+TEST(DataPlot, AutoRangeUnitsAndNoChannels) {
+  Plot constant;
+  constant.codes.assign(100, 40000);
+  constant.bmp.SetRect({0, 0, W, H});
+  constant.bmp.SetData(constant.codes.data(), 100, 10, 0, 1000, 1);
+  constant.bmp.ResetView();
+  constant.bmp.SetValueRange(0);
+  // A constant channel widens by 2 mV on each side; the curve lies in the middle.
+  constant.bmp.Draw(5, constant.frame.data(), W, H, 24);
+  const Rect g = constant.bmp.GraphRect();
+  int curveRow = -1;
+  for (int y = g.top; y <= g.bottom; ++y)
+    if (At(constant.frame, g.left + g.Width() / 3, y) == ColorAt(3)) curveRow = y;
+  EXPECT_NEAR(curveRow, (g.top + g.bottom) / 2, 1);
+
+  // No channels: grid and cursor, no curve.
+  Plot none;
+  none.codes.assign(100, 1000);
+  none.bmp.SetRect({0, 0, W, 200});
+  none.bmp.SetData(none.codes.data(), 100, 10, 0, 1000, 0);
+  none.bmp.ResetView();
+  std::vector<std::uint8_t> frame(static_cast<std::size_t>(W) * 300 * 3, 0x77);
+  none.bmp.Draw(3, frame.data(), W, 300, 24);
+  EXPECT_EQ(frame[0], 0x77) << "rows above the plot stay";
+  EXPECT_EQ(none.bmp.LegendRect().Width(), 0);
+}
+
+TEST(DataPlot, PlotsLargerThanTheFrameAreCut) {
+  Plot p;
+  MakePlot(p, 1, -1);
+  std::vector<std::uint8_t> small(static_cast<std::size_t>(100) * 50 + 64, 0x5A);
+  p.bmp.Draw(10, small.data() + 32, 100, 50, 8);  // a 640 x 256 plot into a 100 x 50 frame
+  for (int i = 0; i < 32; ++i) {
+    ASSERT_EQ(small[i], 0x5A);
+    ASSERT_EQ(small[32 + 5000 + i], 0x5A);
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel

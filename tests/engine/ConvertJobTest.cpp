@@ -1,0 +1,244 @@
+// Whole conversions of generated recordings: names, frame counts, pixels,
+// metadata, sidecar, copies, deletion, and the faults a job must survive.
+#include "engine/DecodeRaw.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <atomic>
+#include <thread>
+
+#include "apps/recgen/RecordingGenerator.h"
+#include "engine/FrameMetadata.h"
+#include "platform/cordage/Messages.h"
+#include "platform/framekit/ImageReader.h"
+#include "platform/rawdrv/RawDriver.h"
+#include "tests/support/TestFiles.h"
+
+namespace tarnvel {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Reported {
+  std::vector<std::int32_t> states;  // read only after the job's end
+  std::atomic<std::int32_t> lastCurrent{0};
+  static void Report(void* context, std::uint32_t, const char*, std::uint32_t, std::int32_t state, std::int32_t current,
+                     std::int32_t) {
+    auto* self = static_cast<Reported*>(context);
+    if (state != -1) self->states.push_back(state);
+    self->lastCurrent = current;
+  }
+};
+
+class ConvertJob : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(DriverInit(0), 0); }
+  void TearDown() override { DriverExit(); }
+
+  recgen::RecordingOptions Options(const std::string& name, std::uint32_t frames) {
+    recgen::RecordingOptions o;
+    o.folder = dir_.File(name);
+    o.width = 64, o.height = 48;
+    o.frames = frames;
+    o.preTrigger = 3;
+    o.baseName = "take";
+    o.deviceName = "cam";
+    return o;
+  }
+  std::string Write(const recgen::RecordingOptions& o) {
+    EXPECT_EQ(recgen::WriteRecording(o), "");
+    return JoinPath(o.folder, "args.ini");
+  }
+  int Run(CDecodeRaw& job) {
+    job.SetReportTarget(nullptr, &Reported::Report, &reported_);
+    return job.Start(false);
+  }
+  // The frame that the driver delivers for store frame i.
+  std::vector<std::uint8_t> SourceFrame(const std::string& folder, std::int32_t i) {
+    RawSource source;
+    EXPECT_EQ(source.Open(folder.c_str()), 0);
+    FrameGeometry g;
+    EXPECT_TRUE(source.Geometry(g));
+    std::vector<std::uint8_t> frame(g.frameBytes);
+    EXPECT_EQ(source.ReadFrame(i, frame.data()), 0);
+    return frame;
+  }
+
+  test::TempDir dir_;
+  Reported reported_;
+};
+
+TEST_F(ConvertJob, TiffSequenceWithNamesPixelsAndMetadata) {
+  auto o = Options("rec", 8);
+  const std::string args = Write(o);
+  CDecodeRaw job(args, 0, 0);
+  ASSERT_EQ(Run(job), 0) << job.StatusCode() << " " << job.StatusText();
+  EXPECT_EQ(job.GetRunState(), RunState::Finished);
+  EXPECT_EQ(reported_.states, (std::vector<std::int32_t>{1, 2}));
+  EXPECT_EQ(reported_.lastCurrent, 8);
+  // Frames -3 to 4: the minus sign takes one of seven places.
+  for (int n = -3; n <= 4; ++n) {
+    char name[32];
+    std::snprintf(name, sizeof name, n < 0 ? "take%07d.tif" : "take%06d.tif", n);
+    ASSERT_TRUE(fs::exists(fs::path(o.folder) / name)) << name;
+  }
+  EXPECT_FALSE(fs::exists(fs::path(o.folder) / "take000005.tif"));
+  // Pixels as the source delivered them, and the frame's metadata block.
+  int result = 0;
+  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take000002.tif"), &result);
+  ASSERT_TRUE(file) << result;
+  framekit::DecodedFrame decoded;
+  ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+  EXPECT_EQ(decoded.pixels, SourceFrame(o.folder, 5)) << "store frame 5 is frame number 2";
+  ASSERT_TRUE(decoded.hasMetadata);
+  const auto& block = decoded.metadata;
+  EXPECT_EQ(std::memcmp(block.data(), "OKN_BD1", 7), 0);
+  std::uint32_t frameIndex, serial;
+  std::memcpy(&frameIndex, block.data() + 280, 4);
+  std::memcpy(&serial, block.data() + 231, 4);
+  EXPECT_EQ(frameIndex, 2u);
+  EXPECT_EQ(serial, o.serial);
+  EXPECT_EQ(block[8], 2) << "a monochrome sensor";
+  EXPECT_STREQ(reinterpret_cast<const char*>(block.data()) + 128, "cam");
+  EXPECT_EQ(std::memcmp(block.data() + 1020, "EoBD", 4), 0);
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "delete-raw is off in the argument file";
+}
+
+TEST_F(ConvertJob, MultiFrameFileDestinationCopiesAndDeletion) {
+  auto o = Options("rec", 6);
+  o.fileType = 11;
+  o.deleteRaw = 1;
+  const std::string args = Write(o);
+  const std::string dest = dir_.File("out");
+  fs::create_directories(fs::path(dest) / "rec");  // taken: the job gets rec(001)
+  CDecodeRaw job(args, 0, 0);
+  JobOverrides overrides;
+  overrides.fileType = -1;
+  job.SetOverrides(dest.c_str(), overrides);
+  ASSERT_EQ(Run(job), 0) << job.StatusCode() << " " << job.StatusText();
+  const fs::path out = fs::path(dest) / "rec(001)";
+  ASSERT_TRUE(fs::exists(out / "take.mpt"));
+  int result = 0;
+  auto file = framekit::OpenImageFile((out / "take.mpt").string(), &result);
+  ASSERT_TRUE(file);
+  EXPECT_EQ(file->Info().frameCount, 6u);
+  for (const char* copied : {"_config.pgv", "_config.mme", "_config.mii"}) EXPECT_TRUE(fs::exists(out / copied)) << copied;
+  EXPECT_FALSE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "raw files go after a run without error";
+  EXPECT_FALSE(fs::exists(fs::path(o.folder) / "args.ini"));
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "_config.pgv")) << "other files stay";
+}
+
+TEST_F(ConvertJob, EarlyFailuresCarryTheirStatus) {
+  CDecodeRaw noFolder(dir_.File("missing/args.ini"), 0, 0);
+  EXPECT_EQ(Run(noFolder), -1);
+  EXPECT_EQ(noFolder.StatusCode(), kMsgArgsFolderMissing);
+  fs::create_directories(dir_.path() / "empty");
+  test::WriteFile(dir_.path() / "empty/args.ini", "[ArgSect]\r\nArg03=5\r\n");
+  CDecodeRaw noRecording(dir_.File("empty/args.ini"), 0, 0);
+  EXPECT_EQ(Run(noRecording), -1);
+  EXPECT_EQ(noRecording.StatusCode(), kMsgProfileUnreadable);
+  auto o = Options("nostore", 4);
+  const std::string args = Write(o);
+  fs::remove(fs::path(o.folder) / "rawdata.00.raw");
+  CDecodeRaw noStore(args, 0, 0);
+  EXPECT_EQ(Run(noStore), -1);
+  EXPECT_EQ(noStore.StatusCode(), kMsgRawOpenFailed);
+  EXPECT_EQ(noStore.StatusText(), o.folder);
+  test::WriteFile(dir_.path() / "blocker", "x");
+  auto p = Options("rec", 4);
+  CDecodeRaw badDest(Write(p), 0, 0);
+  badDest.SetOverrides(dir_.File("blocker").c_str(), JobOverrides{});
+  EXPECT_EQ(Run(badDest), -1);
+  EXPECT_EQ(badDest.StatusCode(), kMsgOutputFolderFailed);
+  EXPECT_TRUE(reported_.states.empty()) << "a job that fails before its output opens reports nothing";
+}
+
+TEST_F(ConvertJob, DamagedFrameClosesTheFileInGoodOrderAndKeepsTheRawFiles) {
+  auto o = Options("rec", 40);
+  o.fileType = 11;
+  o.deleteRaw = 1;
+  const std::string args = Write(o);
+  // Damage store frame 37: its trailer's store index no longer matches.
+  const fs::path store = fs::path(o.folder) / "rawdata.00.raw";
+  const std::uint64_t frameSize = (fs::file_size(store) - 256) / 40;
+  {
+    std::fstream f(store, std::ios::in | std::ios::out | std::ios::binary);
+    f.seekp(static_cast<std::streamoff>(256 + frameSize * 38 - 48 + 40));
+    const std::uint32_t wrong = 9999;
+    f.write(reinterpret_cast<const char*>(&wrong), 4);
+  }
+  CDecodeRaw job(args, 0, 0);
+  EXPECT_EQ(Run(job), -1);
+  EXPECT_TRUE(job.StatusCode() == kMsgFrameFailedNegative || job.StatusCode() == kMsgFrameFailedPositive) << job.StatusCode();
+  EXPECT_EQ(job.StatusText(), JoinPath(o.folder, "take.mpt"));
+  int result = 0;
+  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take.mpt"), &result);
+  ASSERT_TRUE(file) << "the file stays readable";
+  EXPECT_EQ(file->Info().frameCount, 38u) << "37 good frames and the extra last one";
+  EXPECT_TRUE(fs::exists(store)) << "raw files stay after a failure";
+}
+
+TEST_F(ConvertJob, PauseResumeAndAbortFromAnotherThread) {
+  auto o = Options("rec", 400);
+  o.fileType = 11;
+  const std::string args = Write(o);
+  CDecodeRaw job(args, 0, 0);
+  job.SetReportTarget(nullptr, &Reported::Report, &reported_);
+  ASSERT_EQ(job.Start(true), 0);
+  EXPECT_EQ(job.GetRunState(), RunState::RunningOnThread);
+  while (reported_.lastCurrent < 5) std::this_thread::yield();
+  job.Pause();
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  const std::int32_t held = reported_.lastCurrent;
+  std::this_thread::sleep_for(std::chrono::milliseconds(60));
+  EXPECT_LE(reported_.lastCurrent - held, 1) << "a closed gate holds the job at its next frame";
+  EXPECT_EQ(job.WaitDone(0), 0);
+  job.Resume();
+  while (reported_.lastCurrent < held + 5) std::this_thread::yield();
+  job.Abort();
+  while (job.WaitDone(100) == 0) {
+  }
+  EXPECT_EQ(job.StatusCode(), kMsgAborted);
+  EXPECT_EQ(reported_.states.back(), 3) << "the final report says Abort";
+  int result = 0;
+  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take.mpt"), &result);
+  ASSERT_TRUE(file) << "the output is closed with what it holds";
+  EXPECT_GE(file->Info().frameCount, 10u);
+  EXPECT_LT(file->Info().frameCount, 400u);
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "an abort keeps the raw files";
+
+  // A forgotten pause ends by itself after the gate's time.
+  CDecodeRaw paused(args, 0, 0);
+  paused.SetPauseTimeout(std::chrono::milliseconds(20));
+  paused.Pause();
+  Reported quiet;
+  paused.SetReportTarget(nullptr, &Reported::Report, &quiet);
+  EXPECT_EQ(paused.Start(false), 0);
+  EXPECT_EQ(quiet.lastCurrent, 400);
+}
+
+TEST_F(ConvertJob, TimeSidecarForTimeCodeRecordings) {
+  auto o = Options("rec", 3);
+  const std::string args = Write(o);
+  // A time-code sync input switches the sidecar on.
+  std::string profile = test::ReadFile(fs::path(o.folder) / "_config.pgv");
+  profile += "SyncInCfg=5\r\n";
+  test::WriteFile(fs::path(o.folder) / "_config.pgv", "[Acquisition]\r\nSyncInCfg=5\r\n" + profile.substr(profile.find('\n') + 1));
+  CDecodeRaw job(args, 0, 0);
+  ASSERT_EQ(Run(job), 0);
+  const std::string xml = test::ReadFile(fs::path(o.folder) / "take.time.xml");
+  EXPECT_EQ(xml.rfind("<Data>\n    <Sequence>\n        <UTCOffset>0</UTCOffset>\n", 0), 0u) << xml;
+  EXPECT_NE(xml.find("        <FrameCount>3</FrameCount>\n"), std::string::npos);
+  std::size_t frames = 0;
+  for (std::size_t at = xml.find("<Frame>"); at != std::string::npos; at = xml.find("<Frame>", at + 1)) ++frames;
+  EXPECT_EQ(frames, 3u);
+  EXPECT_NE(xml.find("<FrameIndex>-3</FrameIndex>"), std::string::npos);
+  EXPECT_NE(xml.find("<Year>2024</Year>"), std::string::npos);
+  EXPECT_EQ(xml.substr(xml.size() - 8), "</Data>\n");
+}
+
+}  // namespace
+}  // namespace tarnvel

@@ -1,0 +1,72 @@
+// Frames for the image tests: random contents in any depth, and sample
+// access by (x, y, channel) written out from the storage rules, so that
+// reference loops read like the rules they check.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace tarnvel::test {
+
+inline int StorageBytes(int depth) { return depth <= 8 ? 1 : depth <= 16 ? 2 : depth <= 24 ? 3 : 6; }
+inline int Channels(int depth) { return depth <= 16 ? 1 : 3; }
+inline bool WordSamples(int depth) { return StorageBytes(depth) == 2 || StorageBytes(depth) == 6; }
+inline std::uint32_t StorageMax(int depth) { return WordSamples(depth) ? 65535u : 255u; }
+inline int BitsPerChannel(int depth) { return depth <= 16 ? depth : depth / 3; }
+
+struct TestFrame {
+  int width = 0, height = 0, depth = 8;
+  std::vector<std::uint8_t> bytes;
+
+  TestFrame() = default;
+  TestFrame(int w, int h, int d) : width(w), height(h), depth(d), bytes(static_cast<std::size_t>(w) * h * StorageBytes(d)) {}
+
+  std::size_t Index(int x, int y, int c) const {
+    return (static_cast<std::size_t>(y) * width + x) * Channels(depth) + c;
+  }
+  std::uint32_t Get(int x, int y, int c) const { return GetSample(Index(x, y, c)); }
+  void Set(int x, int y, int c, std::uint32_t v) { SetSample(Index(x, y, c), v); }
+  std::size_t Samples() const { return static_cast<std::size_t>(width) * height * Channels(depth); }
+  std::uint32_t GetSample(std::size_t i) const {
+    if (!WordSamples(depth)) return bytes[i];
+    std::uint16_t w;
+    std::memcpy(&w, &bytes[2 * i], 2);
+    return w;
+  }
+  void SetSample(std::size_t i, std::uint32_t v) {
+    if (!WordSamples(depth)) {
+      bytes[i] = static_cast<std::uint8_t>(v);
+    } else {
+      const auto w = static_cast<std::uint16_t>(v);
+      std::memcpy(&bytes[2 * i], &w, 2);
+    }
+  }
+  // Outside the frame every channel reads 0.
+  std::int64_t At(std::int64_t x, std::int64_t y, int c) const {
+    if (x < 0 || y < 0 || x >= width || y >= height) return 0;
+    return Get(static_cast<int>(x), static_cast<int>(y), c);
+  }
+  std::uint8_t* data() { return bytes.data(); }
+};
+
+// Random samples within the depth; one in `wideEvery` samples of a 16-bit
+// layout takes any storage value, as a filter may leave above the depth.
+inline TestFrame RandomFrame(int w, int h, int depth, std::mt19937& rng, int wideEvery = 0) {
+  TestFrame f(w, h, depth);
+  const std::uint32_t full = BitsPerChannel(depth) >= 16 ? 65535u : (1u << std::min(BitsPerChannel(depth), 16)) - 1u;
+  const std::uint32_t inDepth = WordSamples(depth) ? full : 255u;
+  std::uniform_int_distribution<std::uint32_t> value(0, inDepth), any(0, StorageMax(depth));
+  std::uniform_int_distribution<int> pick(0, wideEvery > 0 ? wideEvery - 1 : 0);
+  for (std::size_t i = 0; i < f.Samples(); ++i) f.SetSample(i, wideEvery > 0 && pick(rng) == 0 ? any(rng) : value(rng));
+  return f;
+}
+
+inline const int kDepths[] = {8, 10, 12, 16, 24, 30, 36};
+struct Size {
+  int w, h;
+};
+inline const Size kSizes[] = {{1, 1}, {2, 3}, {5, 1}, {1, 4}, {7, 5}, {13, 9}, {37, 19}};
+
+}  // namespace tarnvel::test

@@ -1,0 +1,174 @@
+#include "frames/overlay/OverlayItems.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+namespace tarnvel {
+namespace {
+
+class OverlayItems : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    rec_ = std::make_unique<RecordingInfo>();
+    std::memset(rec_.get(), 0, sizeof(RecordingInfo));
+    rec_->Rate = 1000.0f;
+    rec_->Year = 2023, rec_->Month = 12, rec_->Day = 31, rec_->Hour = 23, rec_->Minute = 30;
+    std::memset(&config_, 0, sizeof config_);
+    for (int i = 0; i < kOverlayItemCount; ++i) config_.items[i].id = i, config_.items[i].mask = kOverlayItemMask[i];
+  }
+  // The text of item i with only its bit on.
+  std::string Text(int i, int format = 0, int paramA = 0, int paramB = 0) {
+    config_.flags = config_.items[i].mask;
+    config_.items[i].format = format, config_.items[i].paramA = paramA, config_.items[i].paramB = paramB;
+    renderer_.UpdateItems(config_, *rec_, values_);
+    return config_.items[i].text;
+  }
+
+  std::unique_ptr<RecordingInfo> rec_;
+  OverlayConfig config_;
+  OverlayFrameValues values_;
+  OverlayRenderer renderer_{LocaleFormat('/', ':', false, true, 2)};
+};
+
+TEST_F(OverlayItems, PlainValues) {
+  values_.frameNumber = -5;
+  EXPECT_EQ(Text(kFrameNumberItem), "-000005");
+  values_.frameNumber = 5;
+  EXPECT_EQ(Text(kFrameNumberItem), "000005");
+  values_.serial = 112345678;
+  EXPECT_EQ(Text(kSerialItem), "01-1234-5678");
+  values_.network = 0xC0A8010Au;
+  EXPECT_EQ(Text(kNetworkItem), "[192.168.1.10]");
+  rec_->ExposureNs = 999;
+  EXPECT_EQ(Text(kExposureItem), "N/A");
+  rec_->ExposureNs = 1005000;
+  EXPECT_EQ(Text(kExposureItem, 1), "1.5 ms") << "the fraction is not padded";
+  EXPECT_EQ(Text(kExposureItem, 0), "1005 \xB5s");
+  rec_->ExposureNs = 2500000000u;
+  EXPECT_EQ(Text(kExposureItem, 2), "2.500 s");
+  rec_->AEEnable = 1;
+  values_.exposure = 40000;
+  EXPECT_EQ(Text(kExposureItem), "40 \xB5s") << "automatic exposure shows the frame's own";
+  values_.temperature = -1250;
+  EXPECT_EQ(Text(kTemperatureItem), "-12.50 \xB0" "C");
+  EXPECT_EQ(Text(kTemperatureItem, 1), "9.50 \xB0" "F");
+  EXPECT_EQ(Text(kTemperatureItem, 2), "260.65 K");
+  values_.channelValue = 1.23456;
+  EXPECT_EQ(Text(kChannelValueItem, 3), "1.235");
+  values_.flagged = true;
+  EXPECT_EQ(Text(kFlaggedItem), "(*)");
+  rec_->ROIW = 1280, rec_->ROIH = 1024;
+  EXPECT_EQ(Text(kResolutionItem), "1280x1024");
+  EXPECT_EQ(Text(kRateItem), "1000 fps");
+  rec_->SyncInCfg = 2, rec_->ExternalRate = 750;
+  EXPECT_EQ(Text(kRateItem, 1), "750 Hz") << "an external sync rate wins";
+  values_.fileName = nullptr;
+  EXPECT_EQ(Text(kFileNameItem), "") << "an absent source leaves the text empty";
+}
+
+TEST_F(OverlayItems, TimeFromTriggerAndElapsed) {
+  rec_->RecMode = 1, rec_->PerTrigFrms = 20;
+  values_.sequenceIndex = 1520;
+  EXPECT_EQ(Text(kTriggerTimeItem, 3), "1.500 s");
+  EXPECT_EQ(Text(kTriggerTimeItem, 9), "1500.00 ms");
+  values_.sequenceIndex = 0;
+  EXPECT_EQ(Text(kTriggerTimeItem, 3), "-0.020 s");
+  rec_->TriggerTime = 5000, rec_->TrigInDebounce = 3000000;  // 3 ms debounce, 5 ms trigger: 2 ms delay
+  EXPECT_EQ(Text(kTriggerTimeItem, 3), "-0.022 s");
+  EXPECT_EQ(Text(kTriggerTimeItem, 3, 1), "-0.020 s") << "paramA leaves the delay out";
+  values_.sequenceIndex = 2000;
+  EXPECT_EQ(Text(kElapsedItem), "2.000000 s");
+  rec_->Rate = 0;
+  EXPECT_EQ(Text(kElapsedItem), "0.000000 s") << "no rate: a value, not a fault";
+  EXPECT_EQ(Text(kTriggerTimeItem, 3), "0.000 s");
+}
+
+TEST_F(OverlayItems, DateAndTimeRunWithTheRecording) {
+  values_.sequenceIndex = 3600 * 1000;  // one hour at 1000 frames a second
+  EXPECT_EQ(Text(kDateItem), "1/1/2024") << "23:30 on 31 December plus one hour";
+  EXPECT_EQ(Text(kTimeItem), "00:30:00");
+  // A camera block gives the date in BCD.
+  std::uint8_t block[1024] = {};
+  block[38] = 0x24, block[37] = 0x02, block[36] = 0x29, block[35] = 0x13, block[34] = 0x05, block[33] = 0x09;
+  values_.cameraBlock = block;
+  EXPECT_EQ(Text(kDateItem), "2/29/24");
+  EXPECT_EQ(Text(kTimeItem), "13:05:09");
+}
+
+TEST_F(OverlayItems, TimeCodeMarksAndReceivers) {
+  TimeStampBlock block{};
+  values_.timeBlock = &block;
+  EXPECT_EQ(Text(kTimeCodeItem, 12), "(NO IRIG/GPS/PTP DATA)");
+  block = {0, 2023, 365, 23, 30, 0, 123456, 0, {}};
+  EXPECT_EQ(Text(kTimeCodeItem, 13), "(1/1/2024) 00:30:00:123:456") << "one hour east of UTC";
+  EXPECT_EQ(Text(kTimeCodeItem, 12, 18), "(12/31/2023) 23:30:18:123:456") << "leap seconds";
+  block.dayOfYear = 366;
+  EXPECT_EQ(Text(kTimeCodeItem, 12), "(1/1/2024) 23:30:00:123:456") << "day 366 of a year of 365";
+  EXPECT_EQ(Text(kTimeCodeItem, 25), "(1/2/2024) 01:30:00:123:456") << "25 takes the machine's offset";
+  for (auto [status, mark] : {std::pair{0x80000000u, "M"}, {0x00010000u, "-"}, {3u, "***"}, {2u, "**"}, {1u, "*"}, {7u, "*"}}) {
+    block.status = status;
+    EXPECT_EQ(Text(kTimeCodeItem, 12), std::string("(1/1/2024) 23:30:00:123:456") + mark) << status;
+  }
+  rec_->ExposureNs = 200000;
+  block.status = 0;
+  EXPECT_EQ(Text(kTimeCodeItem, 12, 0, 1), "(1/1/2024) 23:30:00:123:556") << "half the exposure";
+  EXPECT_EQ(Text(kTimeCodeItem, 12, 0, 2), "(1/1/2024) 23:30:00:123:656");
+  // A receiver's control field: microseconds from the frame number, and the field shown.
+  block.controlField = 0x12;
+  values_.frameNumber = 250, values_.irigMode = 0;
+  EXPECT_EQ(Text(kTimeCodeItem, 12), "(1/1/2024) 23:30:00:250:000 (CF = 0x00000012)");
+  values_.frameNumber = -3, values_.irigMode = 5;  // -3 + 1000 - 5 = 992 frames into the second
+  EXPECT_EQ(Text(kTimeCodeItem, 12), "(1/1/2024) 23:30:00:992:000 (CF = 0x00000012)");
+  // Without a receiver the block takes the recording's clock.
+  block = {0, 0, 0, 0, 0, 0, 0, kNoTimeCodeReceiver, {}};
+  values_.sequenceIndex = 0;
+  EXPECT_EQ(Text(kTimeCodeItem, 12), "(12/31/2023) 23:30:00:000:000");
+  EXPECT_EQ(block.year, 2023u);
+  EXPECT_EQ(block.dayOfYear, 365u);
+  // Day first with the locale's separators.
+  OverlayRenderer european(LocaleFormat('.', ':', true, true, 0));
+  block = {0, 2024, 60, 8, 9, 10, 5, 0, {}};
+  config_.flags = config_.items[kTimeCodeItem].mask;
+  config_.items[kTimeCodeItem].format = 12, config_.items[kTimeCodeItem].paramA = 0, config_.items[kTimeCodeItem].paramB = 0;
+  european.UpdateItems(config_, *rec_, values_);
+  EXPECT_STREQ(config_.items[kTimeCodeItem].text, "(29.02.2024) 08:09:10:000:005");
+}
+
+TEST_F(OverlayItems, PlaceJoinsPerPositionAndShowState) {
+  values_.frameNumber = 7;
+  values_.userText1 = "left";
+  values_.userText2 = "also left";
+  config_.flags = config_.items[kFrameNumberItem].mask | config_.items[kUserText1Item].mask |
+                  config_.items[kUserText2Item].mask | config_.items[kFirstLogoItem].mask |
+                  config_.items[kFlaggedItem].mask;
+  config_.items[kFrameNumberItem].position = 3;
+  config_.items[kUserText1Item].position = 0;
+  config_.items[kUserText2Item].position = 0;
+  config_.items[kUserText2Item].showOn = 1;
+  config_.items[kFirstLogoItem].position = 1;
+  config_.items[kFlaggedItem].position = 9;  // outside 0 to 6: placed nowhere
+  renderer_.UpdateItems(config_, *rec_, values_);
+  renderer_.Place(config_, 1);
+  EXPECT_STREQ(renderer_.TextAt(0), "left also left");
+  EXPECT_STREQ(renderer_.TextAt(3), "000007");
+  EXPECT_STREQ(renderer_.TextAt(1), "") << "a logo adds only its blank, which is cut";
+  EXPECT_EQ(renderer_.TextAt(7), nullptr);
+  EXPECT_EQ(renderer_.TextAt(-1), nullptr);
+  renderer_.Place(config_, 2);
+  EXPECT_STREQ(renderer_.TextAt(0), "left") << "shown on the first frame only";
+  // Long texts stop at the slot's end.
+  std::string longText(127, 'x');
+  values_.userText1 = longText.c_str();
+  values_.userText2 = longText.c_str();
+  for (int i : {kCommentItem, kFileNameItem, kDeviceNameItem}) config_.flags |= config_.items[i].mask, config_.items[i].position = 0;
+  values_.fileName = longText.c_str(), values_.deviceName = longText.c_str();
+  std::memset(rec_->Comment, 'c', sizeof rec_->Comment);  // no terminator at all
+  renderer_.UpdateItems(config_, *rec_, values_);
+  renderer_.Place(config_, 1);
+  EXPECT_EQ(std::strlen(renderer_.TextAt(0)), kOverlaySlotBytes - 1);
+}
+
+}  // namespace
+}  // namespace tarnvel

@@ -1,0 +1,141 @@
+// A conversion that the test controls, behind the job interface: it runs a
+// given number of frames, each released by the test or at once, with the pause
+// gate and abort flag of a real job, and reports as a real job does.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <thread>
+
+#include "engine/ConversionJob.h"
+#include "engine/JobOverrides.h"
+#include "platform/threads/Event.h"
+
+namespace tarnvel::test {
+
+struct FakeJobPlan {
+  std::int32_t frames = 3;
+  bool stepByStep = false;        // each frame waits for a release by the test
+  std::int32_t failCode = 0;      // non-zero: fail before the first report with this status
+  std::string failText;
+  std::chrono::milliseconds pauseTimeout{480000};
+};
+
+// What all fake jobs of a test share: releases, counters, the running high-water mark.
+struct FakeJobWorld {
+  std::counting_semaphore<1000> frameRelease{0};
+  std::atomic<int> running{0};
+  std::atomic<int> mostRunning{0};
+  std::atomic<int> started{0};
+  std::atomic<int> deleted{0};
+};
+
+class FakeJob : public ConversionJob {
+ public:
+  FakeJob(FakeJobWorld& world, FakeJobPlan plan, std::uint32_t row, bool sentBySuite)
+      : world_(world), plan_(plan), row_(row), sentBySuite_(sentBySuite) {}
+  ~FakeJob() override {
+    if (thread_.joinable()) thread_.join();
+    ++world_.deleted;
+  }
+
+  void SetReportTarget(void*, ReportFunction report, void* context) override {
+    report_ = report;
+    context_ = context;
+  }
+  void SetOverrides(const char* destFolder, const JobOverrides& overrides) override {
+    hasOverrides_ = true;
+    destFolder_ = destFolder ? destFolder : "";
+    overrides_ = overrides;
+  }
+
+  int Start(bool onOwnThread) override {
+    ++world_.started;
+    if (!onOwnThread) return Convert();
+    done_ = std::make_unique<ManualResetEvent>(false);
+    runState_ = RunState::RunningOnThread;
+    thread_ = std::thread([this] {
+      Convert();
+      done_->Set();
+    });
+    return 0;
+  }
+  int WaitDone(std::uint32_t ms) override {
+    if (!done_) return 1;
+    if (!done_->Wait(std::chrono::milliseconds(ms))) return 0;
+    thread_.join();
+    done_.reset();
+    return 1;
+  }
+  void Pause() override { gate_.Reset(); }
+  void Resume() override { gate_.Set(); }
+  void Abort() override {
+    gate_.Set();
+    abortFlag_ = 1;
+  }
+  std::uint32_t RowIndex() const override { return row_; }
+  bool AbortRequested() const override { return abortFlag_ != 0; }
+  RunState GetRunState() const override { return runState_; }
+  std::int32_t StatusCode() const override { return statusCode_; }
+  std::string StatusText() const override { return statusText_; }
+
+  bool sentBySuite() const { return sentBySuite_; }
+  bool hasOverrides() const { return hasOverrides_; }
+  const std::string& destFolder() const { return destFolder_; }
+  const JobOverrides& overrides() const { return overrides_; }
+
+ private:
+  int Convert() {
+    abortFlag_ = 0;
+    const int now = ++world_.running;
+    for (int most = world_.mostRunning; now > most && !world_.mostRunning.compare_exchange_weak(most, now);) {}
+    int result = Run();
+    --world_.running;
+    return result;
+  }
+
+  int Run() {
+    if (plan_.failCode != 0) {
+      statusCode_ = plan_.failCode;
+      statusText_ = plan_.failText;
+      return -1;
+    }
+    const std::uint32_t start = TickCount();
+    report_(context_, row_, "out.tif", start, 1, 1, plan_.frames);
+    std::int32_t i = 0;
+    for (; i < plan_.frames; ++i) {
+      if (!gate_.Wait(plan_.pauseTimeout)) gate_.Set();  // a wait that timed out opens its own gate
+      if (abortFlag_) {
+        statusCode_ = 107;
+        break;
+      }
+      if (plan_.stepByStep) world_.frameRelease.acquire();
+      report_(context_, row_, "out.tif", start, -1, i + 1, plan_.frames);
+    }
+    runState_ = RunState::Finished;
+    report_(context_, row_, "out.tif", start, abortFlag_ ? 3 : 2, plan_.frames, plan_.frames);
+    return statusCode_ == 0 ? 0 : -1;
+  }
+
+  FakeJobWorld& world_;
+  FakeJobPlan plan_;
+  std::uint32_t row_;
+  bool sentBySuite_;
+  bool hasOverrides_ = false;
+  std::string destFolder_;
+  JobOverrides overrides_;
+  ReportFunction report_ = nullptr;
+  void* context_ = nullptr;
+  ManualResetEvent gate_{true};
+  std::atomic<std::uint32_t> abortFlag_{0};
+  std::atomic<RunState> runState_{RunState::NotStarted};
+  std::int32_t statusCode_ = 0;
+  std::string statusText_;
+  std::unique_ptr<ManualResetEvent> done_;
+  std::thread thread_;
+};
+
+}  // namespace tarnvel::test

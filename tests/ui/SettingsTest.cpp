@@ -1,0 +1,64 @@
+#include "ui/Settings.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "tests/support/TestFiles.h"
+
+namespace tarnvel {
+namespace {
+
+class Settings : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ::setenv("TARNVEL_USER_REGISTRY", dir_.File("user.reg").c_str(), 1);
+    ::setenv("TARNVEL_MACHINE_REGISTRY", dir_.File("machine.reg").c_str(), 1);
+  }
+  void User(const std::string& values) {
+    test::WriteFile(dir_.path() / "user.reg", "[Software\\OKN\\FathomBureau\\Settings]\n" + values);
+  }
+  void Machine(const std::string& values) {
+    test::WriteFile(dir_.path() / "machine.reg", "[Software\\OKN\\Kestrelite\\CurrentVersion]\n" + values);
+  }
+  test::TempDir dir_;
+};
+
+TEST_F(Settings, LanguageSearchOrder) {
+  EXPECT_EQ(ReadLanguageId(), 0);
+  Machine("Language=3\n");
+  EXPECT_EQ(ReadLanguageId(), 3);
+  User("Language=-1\n");
+  EXPECT_EQ(ReadLanguageId(), 3) << "-1 in the current key counts as nothing";
+  User("Language=1\n");
+  EXPECT_EQ(ReadLanguageId(), 1);
+}
+
+TEST_F(Settings, ParallelSettingsComeFromTheMigratedKeyOnly) {
+  EXPECT_EQ(ReadParallelSettings().enabled, 0);
+  EXPECT_EQ(ReadParallelSettings().maximum, 4);
+  Machine("MultiThreadRawConversion=1\nMultiThreadMaxRawFiles=8\n");
+  User("MultiThreadRawConversion=0\nMultiThreadMaxRawFiles=3\n");
+  EXPECT_EQ(ReadParallelSettings().maximum, 8) << "a current key without UseJumboPackets is not migrated";
+  EXPECT_EQ(ReadParallelSettings().enabled, 1);
+  User("UseJumboPackets=0\nMultiThreadMaxRawFiles=1\n");
+  EXPECT_EQ(ReadParallelSettings().maximum, 2) << "below 2 reads as 2";
+  EXPECT_EQ(ReadParallelSettings().enabled, 0);
+  User("UseJumboPackets=1\nMultiThreadMaxRawFiles=12\n");
+  EXPECT_EQ(ReadParallelSettings().maximum, 12);
+}
+
+TEST_F(Settings, WritesGoToTheCurrentKeyEvenWhenReadsDoNot) {
+  WriteParallelSettings({1, 6});
+  EXPECT_FALSE(std::filesystem::exists(dir_.path() / "user.reg")) << "no key is ever created";
+  Machine("MultiThreadMaxRawFiles=8\n");
+  User("");
+  WriteParallelSettings({1, 6});
+  EXPECT_EQ(ReadParallelSettings().maximum, 8) << "the written values are not read back without UseJumboPackets";
+  auto key = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
+  EXPECT_EQ(key->ReadWord("MultiThreadMaxRawFiles"), 6u);
+  EXPECT_EQ(key->ReadWord("MultiThreadRawConversion"), 1u);
+}
+
+}  // namespace
+}  // namespace tarnvel

@@ -1,0 +1,36 @@
+// The one door through which a path chosen by the user, given on the command
+// line or sent by the suite becomes jobs: a job file (args.ini) makes one job,
+// a batch file (.bat, section "List") a job per entry with one set of output
+// settings and an optional destination folder.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "engine/JobOverrides.h"
+#include "ui/FrontEnd.h"
+#include "ui/Scheduler.h"
+
+namespace tarnvel {
+
+inline constexpr const char* kBatchSignature = "OKN Fathom Bureau Raw Batch File V 1.00";
+// Entries of a batch file read at most; a larger "Count" reads this many.
+constexpr int kMaxBatchEntries = 100000;
+
+// The options dialog of a job file: fills `overrides` and returns true on
+// Convert, false on Cancel. The desktop shows its dialog; other front ends
+// never ask.
+using OptionsChooser = std::function<bool(const std::string& argsPath, JobOverrides& overrides)>;
+
+// Adds the jobs of `path` and wakes the scheduler. A batch file with a wrong
+// signature adds nothing and wakes nothing; a destination folder that cannot
+// be made shows message 33 and adds nothing. Batch entries show in lower case
+// in the list, while the job opens the path as written. A path that would not
+// fit a job's 260-character field is refused with message 1062.
+void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
+             const OptionsChooser& chooseOptions = nullptr);
+
+// The start values of the overrides that AddFile hands on.
+JobOverrides AddFileOverrides();
+
+}  // namespace tarnvel

@@ -1,0 +1,40 @@
+#include "ui/Settings.h"
+
+namespace tarnvel {
+
+std::int32_t ReadLanguageId() {
+  for (auto [root, path] : {std::pair{RegistryRoot::CurrentUser, kCurrentSettingsKey},
+                            std::pair{RegistryRoot::LocalMachine, kOlderSettingsKey}}) {
+    const auto key = RegistryKey::Open(root, path);
+    if (!key) continue;
+    const auto value = key->ReadWord("Language");
+    if (value && static_cast<std::int32_t>(*value) != -1) return static_cast<std::int32_t>(*value);
+  }
+  return 0;
+}
+
+std::optional<RegistryKey> OpenSettingsKey() {
+  if (auto current = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
+      current && current->Has("UseJumboPackets"))
+    return current;
+  return RegistryKey::Open(RegistryRoot::LocalMachine, kOlderSettingsKey);
+}
+
+ParallelSettings ReadParallelSettings() {
+  ParallelSettings settings;
+  const auto key = OpenSettingsKey();
+  if (!key) return settings;
+  if (auto v = key->ReadWord("MultiThreadRawConversion")) settings.enabled = static_cast<std::int32_t>(*v);
+  if (auto v = key->ReadWord("MultiThreadMaxRawFiles")) settings.maximum = static_cast<std::int32_t>(*v);
+  if (settings.maximum < 2) settings.maximum = 2;
+  return settings;
+}
+
+void WriteParallelSettings(const ParallelSettings& settings) {
+  auto key = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
+  if (!key) return;
+  key->WriteWord("MultiThreadRawConversion", static_cast<std::uint32_t>(settings.enabled));
+  key->WriteWord("MultiThreadMaxRawFiles", static_cast<std::uint32_t>(settings.maximum));
+}
+
+}  // namespace tarnvel
