@@ -183,22 +183,17 @@ class MovieWriter final : public FrameWriter {
   }
 
   int Finish() override {
-    int result = 0;
     if (format_ && !failed_) {
-      result = Encode(nullptr);
-      if (result == 0 && av_write_trailer(format_.get()) < 0) result = Failure(kFkWriteFailed);
-      if (io_) avio_flush(io_.get());
-      if (result == 0 && ioError_) result = kFkWriteFailed;
-    } else if (failed_) {
-      // After an encoder failure the file is still whole: finish it. After a
-      // failed write the file ends where the disk stopped it.
-      if (headerWritten_ && !ioError_) av_write_trailer(format_.get());
-      // A part-written packet or fragment would hide the whole ones before it
-      // from readers. The failure is already the result, whatever this gives.
-      if (ioError_ && wholeBytes_ > 0) CutTo(wholeBytes_);
-      result = failure_;
+      if (Encode(nullptr) == 0 && av_write_trailer(format_.get()) < 0) Failure(kFkWriteFailed);
+      avio_flush(io_.get());
+      if (ioError_) Failure(kFkWriteFailed);
+    } else if (failed_ && headerWritten_ && !ioError_) {
+      av_write_trailer(format_.get());  // after an encoder failure the file is still whole: finish it
     }
-    if (result == 0) result = CheckStillLinked();
+    // A part-written packet or fragment would hide the whole ones before it
+    // from readers: the file ends where the last whole frame ended.
+    if (ioError_ && wholeBytes_ > 0) CutTo(wholeBytes_);
+    int result = failed_ ? failure_ : CheckStillLinked();
     if (fd_ >= 0 && ::close(fd_) != 0 && result == 0) result = kFkWriteFailed;
     fd_ = -1;
     return result;
