@@ -242,3 +242,54 @@ TEST_F(ConvertJob, TimeSidecarForTimeCodeRecordings) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// The column of the plot's cursor: the column with the longest run of the
+// cursor's grey (colour 9 at 12 bits) in the plot rows.
+int CursorColumn(const std::vector<std::uint8_t>& pixels, int width, int height, int plotRows) {
+  const std::uint16_t cursor = 0xA0 << 4;
+  int best = -1, bestRun = 0;
+  for (int x = 0; x < width; ++x) {
+    int run = 0;
+    for (int y = height - plotRows; y < height; ++y) {
+      std::uint16_t v;
+      std::memcpy(&v, &pixels[(static_cast<std::size_t>(y) * width + x) * 2], 2);
+      run += v == cursor;
+    }
+    if (run > bestRun) bestRun = run, best = x;
+  }
+  return bestRun > plotRows / 2 ? best : -1;
+}
+
+TEST_F(ConvertJob, ChannelPlotUnderEveryFrameInEveryForm) {
+  for (int form = 1; form <= 7; ++form) {
+    auto o = Options("ch" + std::to_string(form), 6);
+    o.width = 320, o.height = 120;
+    o.channelForm = form;
+    o.overlayFlags = 0x80;  // the channel value
+    o.plotHeight = 100;
+    const std::string args = Write(o);
+    CDecodeRaw job(args, 0, 0);
+    ASSERT_EQ(Run(job), 0) << "form " << form << ": " << job.StatusCode() << " " << job.StatusText();
+    std::vector<int> cursors;
+    for (int n : {-3, 0, 2}) {
+      char name[32];
+      std::snprintf(name, sizeof name, n < 0 ? "take%07d.tif" : "take%06d.tif", n);
+      int result = 0;
+      auto file = framekit::OpenImageFile(JoinPath(o.folder, name), &result);
+      ASSERT_TRUE(file) << name;
+      EXPECT_EQ(file->Info().height, 220u) << "the plot's rows come below the picture";
+      framekit::DecodedFrame decoded;
+      ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+      cursors.push_back(CursorColumn(decoded.pixels, 320, 220, 100));
+    }
+    ASSERT_GE(cursors[0], 0) << "form " << form;
+    EXPECT_LT(cursors[0], cursors[1]) << "the cursor moves with the frame, form " << form;
+    EXPECT_LT(cursors[1], cursors[2]) << "form " << form;
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel
