@@ -293,3 +293,66 @@ TEST_F(ConvertJob, ChannelPlotUnderEveryFrameInEveryForm) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// Text burnt into the top bar at every output depth: the bar holds the text in
+// white at the depth's value, and the picture below is the source's, untouched.
+TEST_F(ConvertJob, BurnInAtEveryDepthLeavesThePictureAlone) {
+  struct Case {
+    bool colour;
+    std::int32_t depth;
+    std::uint32_t white;  // one sample of white text
+  } cases[] = {{false, 8, 255}, {false, 12, 4080}, {true, 24, 255}, {true, 36, 4080}};
+  for (const Case& c : cases) {
+    auto o = Options(std::string(c.colour ? "colour" : "mono") + std::to_string(c.depth), 3);
+    o.width = 200, o.height = 80;
+    o.colour = c.colour;
+    o.overlayFlags = 0x4;  // the frame number
+    o.topBar = true;
+    const std::string args = Write(o);
+    CDecodeRaw job(args, 0, 0);
+    JobOverrides overrides;
+    overrides.fileType = 1;
+    overrides.outputDepth = c.depth;
+    overrides.deleteRaw = 0;
+    job.SetOverrides(nullptr, overrides);
+    ASSERT_EQ(Run(job), 0) << c.depth << ": " << job.StatusText();
+    int result = 0;
+    auto file = framekit::OpenImageFile(JoinPath(o.folder, "take-000002.tif"), &result);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->Info().bits, static_cast<std::uint32_t>(c.depth));
+    EXPECT_EQ(file->Info().height, 80u + 32) << "a bar of 32 rows above the picture";
+    framekit::DecodedFrame decoded;
+    ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+    const std::size_t sample = c.depth == 8 || c.depth == 24 ? 1 : 2;
+    const std::size_t channels = c.colour ? 3 : 1;
+    auto at = [&](std::size_t x, std::size_t y, std::size_t k) -> std::uint32_t {
+      const std::size_t i = ((y * 200 + x) * channels + k) * sample;
+      return sample == 1 ? decoded.pixels[i] : decoded.pixels[i] | decoded.pixels[i + 1] << 8;
+    };
+    std::size_t textPixels = 0;
+    for (std::size_t y = 0; y < 32; ++y)
+      for (std::size_t x = 0; x < 200; ++x) {
+        const std::uint32_t v = at(x, y, 0);
+        ASSERT_TRUE(v == 0 || v == c.white) << "bar pixel " << x << "," << y << " is " << v << " at depth " << c.depth;
+        textPixels += v == c.white;
+      }
+    EXPECT_GT(textPixels, 50u) << c.depth;
+    // The picture: the source frame brought to the output depth (upper bits kept).
+    const auto source = SourceFrame(o.folder, 1);
+    const std::uint32_t sourceChannelBits = 12, outChannelBits = c.colour ? c.depth / 3 : c.depth;
+    for (std::size_t y = 0; y < 80; y += 7)
+      for (std::size_t x = 0; x < 200; x += 5)
+        for (std::size_t k = 0; k < channels; ++k) {
+          const std::size_t i = (y * 200 + x) * channels + k;
+          const std::uint32_t s = source[2 * i] | source[2 * i + 1] << 8;
+          const std::uint32_t expected = outChannelBits >= sourceChannelBits ? s : s >> (sourceChannelBits - outChannelBits);
+          ASSERT_EQ(at(x, y + 32, k), expected) << "picture pixel " << x << "," << y << " depth " << c.depth;
+        }
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel
