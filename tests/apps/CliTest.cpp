@@ -56,6 +56,28 @@ TEST(Cli, ParallelBatchIntoADestinationWithOneDamagedRecording) {
   EXPECT_EQ(output.find("/rec3: Error"), std::string::npos);
 }
 
+// With --listen the converter takes jobs from the suite and ends on a close
+// command that finds no job left.
+TEST(Cli, ListensForSuiteCommands) {
+  test::TempDir dir;
+  recgen::RecordingOptions o;
+  o.folder = dir.File("rec");
+  o.width = 64, o.height = 32, o.frames = 5, o.preTrigger = 0, o.baseName = "sent";
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  const std::string send = (test::BinaryDir() / "apps/tarnvel-send").string() + " --socket " + dir.File("s.sock");
+  const std::string script =
+      "TARNVEL_SOCKET=" + dir.File("s.sock") + " TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " " + Cli() +
+      " --listen > " + dir.File("log") + " 2>&1 & pid=$!\n"
+      "for i in $(seq 100); do [ -S " + dir.File("s.sock") + " ] && break; sleep 0.05; done\n" +
+      send + " add " + JoinPath(o.folder, "args.ini") + "\n"
+      "for i in $(seq 200); do " + send + " close >/dev/null; kill -0 $pid 2>/dev/null || break; sleep 0.05; done\n"
+      "wait $pid\n";
+  test::WriteFile(dir.path() / "run.sh", script);
+  std::string output;
+  EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh"), &output), 0) << output << test::ReadFile(dir.path() / "log");
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "sent000004.tif")) << test::ReadFile(dir.path() / "log");
+}
+
 TEST(Cli, UsageAndNothingToConvert) {
   std::string output;
   EXPECT_EQ(test::RunCommand(Cli(), &output), 2);
