@@ -108,5 +108,7 @@ std::string WriteArguments(const RecordingOptions& options);
 std::string WriteStore(const RecordingOptions& options);
 std::string WriteSidecars(const RecordingOptions& options);
 std::string WriteChannels(const RecordingOptions& options);
+// An RGBA PNG logo: colour gradient, transparent border, a half-transparent band.
+std::string WriteLogo(const std::string& path, std::uint32_t width, std::uint32_t height);
 
 }  // namespace tarnvel::recgen

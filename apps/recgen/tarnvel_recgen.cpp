@@ -35,6 +35,7 @@ const char kUsage[] =
     "  burn-in: --position 0..6 --text-color N --back-color N --font FACE --font-height N\n"
     "           --top-bar --bottom-bar --logo1 PATH --logo2 PATH --user-text1 TEXT --user-text2 TEXT\n"
     "           --marker cross|grid --marker-value LOW,HIGH --marker-color N --companion-movie N\n"
+    "           --make-logo PATH[,WxH] writes an RGBA PNG logo (200x100) and uses it as the first logo\n"
     "  channels: --channels dat|asc|plt|lvm|xml|xls|csv --channel-mask MASK --samples-per-frame N\n"
     "           --plot-height N --plot-width N --plot-legend 0|1\n";
 
@@ -146,6 +147,14 @@ int main(int argc, char** argv) {
       {"font", [&](const std::string& v) { o.fontFace = v; }},
       {"font-height", [&](const std::string& v) { o.fontHeight = static_cast<std::int32_t>(Number(v)); }},
       {"logo1", [&](const std::string& v) { o.logo1 = v; }},
+      {"make-logo", [&](const std::string& v) {
+         const std::size_t comma = v.find(',');
+         unsigned w = 200, h = 100;
+         if (comma != std::string::npos && std::sscanf(v.c_str() + comma + 1, "%ux%u", &w, &h) != 2)
+           throw std::invalid_argument(v);
+         o.logo1 = v.substr(0, comma);
+         if (const std::string failed = tarnvel::recgen::WriteLogo(o.logo1, w, h); !failed.empty()) throw std::invalid_argument(failed);
+       }},
       {"logo2", [&](const std::string& v) { o.logo2 = v; }},
       {"user-text1", [&](const std::string& v) { o.userText1 = v; }},
       {"user-text2", [&](const std::string& v) { o.userText2 = v; }},

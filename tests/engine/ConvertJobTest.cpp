@@ -356,3 +356,41 @@ TEST_F(ConvertJob, BurnInAtEveryDepthLeavesThePictureAlone) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// A logo with alpha from the generator: opaque inside, see-through border.
+TEST_F(ConvertJob, LogoWithAlphaIsBurntInWhereItIsOpaque) {
+  auto o = Options("logo", 2);
+  o.width = 320, o.height = 240, o.preTrigger = 0;
+  o.logo1 = dir_.File("logo.png");
+  ASSERT_EQ(recgen::WriteLogo(o.logo1, 80, 40), "");
+  o.overlayFlags = 0x400;  // the first logo alone
+  o.overlayPosition = 0;   // top left, format 0: 250 percent, so 200 x 100 pixels
+  const std::string args = Write(o);
+  CDecodeRaw job(args, 0, 0);
+  ASSERT_EQ(Run(job), 0);
+  int result = 0;
+  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take000001.tif"), &result);
+  ASSERT_TRUE(file);
+  framekit::DecodedFrame decoded;
+  ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+  const auto source = SourceFrame(o.folder, 1);
+  auto same = [&](int x, int y) {
+    const std::size_t i = (static_cast<std::size_t>(y) * 320 + x) * 2;
+    return decoded.pixels[i] == source[i] && decoded.pixels[i + 1] == source[i + 1];
+  };
+  const auto value = [](const std::vector<std::uint8_t>& p, int x, int y) {
+    const std::size_t i = (static_cast<std::size_t>(y) * 320 + x) * 2;
+    return p[i] | p[i + 1] << 8;
+  };
+  EXPECT_EQ(value(decoded.pixels, 5, 5), (value(source, 5, 5) * 255) >> 8)
+      << "the transparent border keeps the picture, at 255/256 of its value as the blend weights it";
+  EXPECT_FALSE(same(100, 30)) << "the opaque inside replaces it";
+  EXPECT_TRUE(same(250, 30)) << "beyond the logo nothing changes";
+  EXPECT_TRUE(same(100, 150));
+}
+
+}  // namespace
+}  // namespace tarnvel
