@@ -394,3 +394,43 @@ TEST_F(ConvertJob, LogoWithAlphaIsBurntInWhereItIsOpaque) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// Every image and container type from a monochrome and a colour recording:
+// the names the type asks for, the frame count, and pixels that a reader opens.
+TEST_F(ConvertJob, EveryImageTypeFromMonochromeAndColour) {
+  const struct {
+    std::int32_t type;
+    const char* extension;
+    bool multiFrame;
+  } types[] = {{1, "tif", false},  {2, "bmp", false},  {3, "jpg", false}, {4, "png", false}, {5, "tp2", false},
+               {6, "fba", true},   {7, "dpx", false},  {9, "tga", false}, {11, "mpt", true}, {12, "mrf", true},
+               {14, "mcf", true},  {15, "bld", true},  {21, "t2c", true}, {51, "dng", false}};
+  for (bool colour : {false, true}) {
+    for (const auto& t : types) {
+      auto o = Options(std::string(colour ? "c" : "m") + std::to_string(t.type), 3);
+      o.width = 48, o.height = 32, o.preTrigger = 1, o.colour = colour;
+      o.fileType = t.type;
+      const std::string args = Write(o);
+      CDecodeRaw job(args, 0, 0);
+      ASSERT_EQ(Run(job), 0) << t.type << (colour ? " colour: " : " mono: ") << job.StatusCode() << " " << job.StatusText();
+      const std::string first = t.multiFrame ? "take." + std::string(t.extension) : "take-000001." + std::string(t.extension);
+      const std::string path = JoinPath(o.folder, first);
+      ASSERT_TRUE(fs::exists(path)) << path;
+      int result = 0;
+      auto file = framekit::OpenImageFile(path, &result);
+      ASSERT_TRUE(file) << path << " " << result;
+      EXPECT_EQ(file->Info().frameCount, t.multiFrame ? 3u : 1u) << path;
+      framekit::DecodedFrame decoded;
+      EXPECT_EQ(file->ReadFrame(0, decoded), 0) << path;
+      if (!t.multiFrame) {
+        EXPECT_TRUE(fs::exists(JoinPath(o.folder, "take000001." + std::string(t.extension)))) << t.type;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel
