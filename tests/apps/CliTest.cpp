@@ -6,6 +6,7 @@
 #include <string>
 
 #include "apps/recgen/RecordingGenerator.h"
+#include "platform/framekit/ImageReader.h"
 #include "platform/cordage/TextField.h"
 #include "tests/support/TestFiles.h"
 
@@ -76,6 +77,32 @@ TEST(Cli, ListensForSuiteCommands) {
   std::string output;
   EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh"), &output), 0) << output << test::ReadFile(dir.path() / "log");
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "sent000004.tif")) << test::ReadFile(dir.path() / "log");
+}
+
+// A disk that fills up during a job: the job fails with its message, the
+// multi-frame output keeps the frames it holds, the raw files stay.
+TEST(Cli, FullDiskEndsTheJobWithAReadableFile) {
+  test::TempDir dir;
+  recgen::RecordingOptions o;
+  o.folder = dir.File("rec");
+  o.width = 256, o.height = 256, o.frames = 40, o.preTrigger = 0, o.baseName = "full", o.fileType = 11;
+  o.deleteRaw = 1;
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  // Files may grow to 1 MB: a few frames fit. The limit's signal is ignored,
+  // so writes fail as on a full disk.
+  std::string output;
+  EXPECT_EQ(test::RunCommand("sh -c \"trap '' XFSZ; ulimit -f 1000; " + Cli() + " " + JoinPath(o.folder, "args.ini") + "\"", &output), 1)
+      << output;
+  EXPECT_NE(output.find("error 1"), std::string::npos) << output;
+  int result = 0;
+  const fs::path file = fs::path(o.folder) / "full.mpt";
+  ASSERT_TRUE(fs::exists(file));
+  EXPECT_LE(fs::file_size(file), 1000u * 1024);
+  auto readable = framekit::OpenImageFile(file.string(), &result);
+  ASSERT_TRUE(readable) << "the frames written before the disk filled stay readable";
+  EXPECT_GT(readable->Info().frameCount, 0u);
+  EXPECT_LT(readable->Info().frameCount, 40u);
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "a failed job keeps its raw files";
 }
 
 TEST(Cli, UsageAndNothingToConvert) {
