@@ -8,6 +8,13 @@
 
 namespace tarnvel {
 
+// Which buttons of the job list can be pressed: Add and Options always,
+// Clear List only while no pass runs, Abort and Abort all only during one.
+struct ButtonStates {
+  bool add = true, options = true, clearList = true, abort = false, abortAll = false;
+};
+inline ButtonStates ButtonsFor(bool busy) { return {true, true, !busy, busy, busy}; }
+
 class FrontEnd {
  public:
   virtual ~FrontEnd() = default;
@@ -17,7 +24,8 @@ class FrontEnd {
   virtual void RunOnMainThread(const std::function<void()>& work) = 0;
   // A row was added or changed (called through RunOnMainThread).
   virtual void RowChanged(std::uint32_t rowIndex) = 0;
-  // A pass began (busy) or ended: the buttons' states and the tray icon follow.
+  // A pass began (busy) or ended: the buttons follow ButtonsFor(busy), the
+  // tray icon shows busy or idle.
   virtual void SetBusy(bool busy) = 0;
   // Shows a numbered message with its finished text and returns the answer
   // (6 for yes). May block the calling thread until the user answers.

@@ -1,5 +1,9 @@
 #include "ui/Settings.h"
 
+#include <cstring>
+
+#include "platform/suitelink/SuiteLink.h"
+
 namespace tarnvel {
 
 std::int32_t ReadLanguageId() {
@@ -35,6 +39,13 @@ void WriteParallelSettings(const ParallelSettings& settings) {
   if (!key) return;
   key->WriteWord("MultiThreadRawConversion", static_cast<std::uint32_t>(settings.enabled));
   key->WriteWord("MultiThreadMaxRawFiles", static_cast<std::uint32_t>(settings.maximum));
+}
+
+bool NotifySuiteOptions(const ParallelSettings& settings) {
+  std::uint8_t payload[8];
+  std::memcpy(payload, &settings.enabled, 4);
+  std::memcpy(payload + 4, &settings.maximum, 4);
+  return SendSuiteMessage(SuiteSocketPath(), 2, payload).has_value();
 }
 
 }  // namespace tarnvel

@@ -28,4 +28,8 @@ ParallelSettings ReadParallelSettings();
 // Always into the current key; nothing happens when it does not exist.
 void WriteParallelSettings(const ParallelSettings& settings);
 
+// Tells the suite's main window the new parallel settings (command 2 with
+// the two words); false when no suite window listens.
+bool NotifySuiteOptions(const ParallelSettings& settings);
+
 }  // namespace tarnvel

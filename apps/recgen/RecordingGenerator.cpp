@@ -7,6 +7,7 @@
 #include <memory>
 #include <string_view>
 
+#include "channels/gen/ChannelGen.h"
 #include "platform/cordage/Folders.h"
 #include "platform/cordage/TextField.h"
 #include "platform/rawdrv/RawStoreFormat.h"
@@ -600,14 +601,16 @@ std::string WriteArguments(const RecordingOptions& o) {
   w.Integer("Arg03", o.frames);
   w.Integer("Arg04", 0);
   w.Integer("Arg05", o.overlayFlags);
-  w.Text("Arg06", "DejaVu Sans");
-  w.Integer("Arg07", 0);
+  w.Text("Arg06", o.fontFace);
+  w.Signed("Arg07", o.overlayPosition);
+  const bool channels = o.channelForm > 0;
   const struct {
     const char* key;
     std::int32_t value;
-  } integers[] = {{"Arg12", 0}, {"Arg13", 0}, {"Arg14", 0}, {"Arg15", 0}, {"Arg16", 0}, {"Arg17", 20}};
+  } integers[] = {{"Arg12", o.textColor}, {"Arg13", o.topBar ? 1 : 0}, {"Arg14", channels ? o.channelForm : 0},
+                  {"Arg15", channels ? 1 : 0}, {"Arg16", 0}, {"Arg17", o.fontHeight}};
   for (const auto& [key, value] : integers) w.Signed(key, value);
-  w.Text("Arg18", "");
+  w.Text("Arg18", o.logo1);
   w.Text("Arg19", "");
   w.Integer("Arg20", 0);
   w.Integer("Arg21", 0);
@@ -619,30 +622,48 @@ std::string WriteArguments(const RecordingOptions& o) {
   w.Integer("Arg27", 10000);
   w.Integer("Arg28", 1);
   w.Integer("Arg29", 3);
-  w.Integer("Arg30", 0);
+  w.Signed("Arg30", o.companionMovie);
   w.Integer("Arg31", 12);
   w.Text("Arg32", "");
-  for (const char* key : {"Arg33", "Arg34", "Arg35", "Arg36", "Arg37", "Arg38"}) w.Integer(key, 0);
+  w.Signed("Arg33", o.plotHeight);
+  w.Integer("Arg34", 0);
+  w.Signed("Arg35", o.plotMode);
+  w.Signed("Arg36", o.markerKind);
+  w.Integer("Arg37", o.markerValue);
+  w.Signed("Arg38", o.markerColor);
   for (const char* key : {"Arg39", "Arg40", "Arg41"}) w.Text(key, "");
-  w.Integer("Arg42", 0);
-  w.Signed("Arg43", -1);
-  w.Text("Arg44", "");
-  w.Integer("Arg45", 256);
+  w.Integer("Arg42", o.bottomBar ? 1 : 0);
+  w.Signed("Arg43", o.backColor);
+  w.Text("Arg44", o.userText1);
+  w.Signed("Arg45", o.plotWidth);
   w.Integer("Arg46", 1);
   w.Text("Arg47", "");
   w.Text("Arg48", "");
-  w.Text("Arg49", "");
-  w.Text("Arg50", "");
+  w.Text("Arg49", o.userText2);
+  w.Text("Arg50", o.logo2);
   w.Integer("Arg51", 0);
   w.Text("Arg52", "");
   w.Integer("Arg53", 0);
   return WriteTextFile(JoinPath(o.folder, "args.ini"), "[ArgSect]\r\n" + w.Lines());
 }
 
+std::string WriteChannels(const RecordingOptions& o) {
+  if (o.channelForm <= 0) return "";
+  ChannelPlan plan;
+  plan.channelMask = o.channelMask & 0xFFFF;
+  plan.frameRate = o.rate;
+  plan.samplesPerFrame = o.samplesPerFrame;
+  plan.frameCount = o.frames;
+  plan.startSeconds = -static_cast<double>(o.preTrigger) / o.rate;
+  const ChannelRecording channels = MakeChannelRecording(plan);
+  const std::string path = ChannelFilePath(o.folder, o.baseName, o.channelForm);
+  return WriteChannelFile(path, o.channelForm, channels) ? "" : "cannot write the channel file " + path;
+}
+
 std::string WriteRecording(const RecordingOptions& o) {
   if (std::string bad = CheckOptions(o); !bad.empty()) return bad;
   if (CgCreateNewDirectory(o.folder.c_str()) != 0) return "cannot create " + o.folder;
-  for (const auto step : {WriteStore, WriteProfile, WriteArguments, WriteSidecars}) {
+  for (const auto step : {WriteStore, WriteProfile, WriteArguments, WriteSidecars, WriteChannels}) {
     if (std::string failed = step(o); !failed.empty()) return failed;
   }
   return "";

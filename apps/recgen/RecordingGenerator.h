@@ -64,6 +64,28 @@ struct RecordingOptions {
   float outputRate = 25.0f;
   std::uint32_t overlayFlags = 0;
   std::int32_t deleteRaw = 0;
+  // Burn-ins of the argument file.
+  std::int32_t overlayPosition = 0;
+  std::int32_t textColor = 0;
+  std::int32_t backColor = -1;  // -1: transparent text
+  std::int32_t fontHeight = 20;
+  std::string fontFace = "DejaVu Sans";
+  bool topBar = false;
+  bool bottomBar = false;
+  std::string logo1, logo2;  // images of the two logo items
+  std::string userText1, userText2;
+  std::int32_t markerKind = 0;  // 1 cross, 2 grid
+  std::uint32_t markerValue = 0;
+  std::int32_t markerColor = 0;
+  std::int32_t companionMovie = 0;  // non-zero: an AVI beside the output
+  // Analogue channels: a channel file in one of the seven forms (1 .DAT to
+  // 7 .CSV; -1 none) with sine, step, ramp and noise on the first channels.
+  std::int32_t channelForm = -1;
+  std::uint32_t channelMask = 0x000F;
+  std::uint32_t samplesPerFrame = 10;
+  std::int32_t plotHeight = 0;  // 0: 256 rows
+  std::int32_t plotWidth = 256;
+  std::int32_t plotMode = 1;    // the legend
 };
 
 bool WantsCameraBlock(const RecordingOptions& options);
@@ -85,5 +107,8 @@ std::string WriteProfile(const RecordingOptions& options);
 std::string WriteArguments(const RecordingOptions& options);
 std::string WriteStore(const RecordingOptions& options);
 std::string WriteSidecars(const RecordingOptions& options);
+std::string WriteChannels(const RecordingOptions& options);
+// An RGBA PNG logo: colour gradient, transparent border, a half-transparent band.
+std::string WriteLogo(const std::string& path, std::uint32_t width, std::uint32_t height);
 
 }  // namespace tarnvel::recgen

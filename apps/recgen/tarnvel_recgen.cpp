@@ -31,7 +31,13 @@ const char kUsage[] =
     "           --auto-exposure --flag-every N --flag I,J,... --gev --gev-time 1588|irig|counter\n"
     "           --camera-block on|off (as the model has it)\n"
     "  profile: --comment TEXT --device TEXT --base-name TEXT --file-type N --output-rate FPS\n"
-    "           --overlay MASK --delete-raw 0|1\n";
+    "           --overlay MASK --delete-raw 0|1\n"
+    "  burn-in: --position 0..6 --text-color N --back-color N --font FACE --font-height N\n"
+    "           --top-bar --bottom-bar --logo1 PATH --logo2 PATH --user-text1 TEXT --user-text2 TEXT\n"
+    "           --marker cross|grid --marker-value LOW,HIGH --marker-color N --companion-movie N\n"
+    "           --make-logo PATH[,WxH] writes an RGBA PNG logo (200x100) and uses it as the first logo\n"
+    "  channels: --channels dat|asc|plt|lvm|xml|xls|csv --channel-mask MASK --samples-per-frame N\n"
+    "           --plot-height N --plot-width N --plot-legend 0|1\n";
 
 std::uint32_t Number(const std::string& text) {
   char* end = nullptr;
@@ -135,11 +141,44 @@ int main(int argc, char** argv) {
       {"output-rate", [&](const std::string& v) { o.outputRate = Decimal(v); }},
       {"overlay", [&](const std::string& v) { o.overlayFlags = Number(v); }},
       {"delete-raw", [&](const std::string& v) { o.deleteRaw = static_cast<std::int32_t>(Number(v)); }},
+      {"position", [&](const std::string& v) { o.overlayPosition = static_cast<std::int32_t>(Number(v)); }},
+      {"text-color", [&](const std::string& v) { o.textColor = static_cast<std::int32_t>(Number(v)); }},
+      {"back-color", [&](const std::string& v) { o.backColor = static_cast<std::int32_t>(std::stol(v)); }},
+      {"font", [&](const std::string& v) { o.fontFace = v; }},
+      {"font-height", [&](const std::string& v) { o.fontHeight = static_cast<std::int32_t>(Number(v)); }},
+      {"logo1", [&](const std::string& v) { o.logo1 = v; }},
+      {"make-logo", [&](const std::string& v) {
+         const std::size_t comma = v.find(',');
+         unsigned w = 200, h = 100;
+         if (comma != std::string::npos && std::sscanf(v.c_str() + comma + 1, "%ux%u", &w, &h) != 2)
+           throw std::invalid_argument(v);
+         o.logo1 = v.substr(0, comma);
+         if (const std::string failed = tarnvel::recgen::WriteLogo(o.logo1, w, h); !failed.empty()) throw std::invalid_argument(failed);
+       }},
+      {"logo2", [&](const std::string& v) { o.logo2 = v; }},
+      {"user-text1", [&](const std::string& v) { o.userText1 = v; }},
+      {"user-text2", [&](const std::string& v) { o.userText2 = v; }},
+      {"marker", [&](const std::string& v) { o.markerKind = v == "cross" ? 1 : v == "grid" ? 2 : 0; }},
+      {"marker-value", [&](const std::string& v) {
+         const std::size_t comma = v.find(',');
+         o.markerValue = Number(v.substr(0, comma)) | (comma == std::string::npos ? 0u : Number(v.substr(comma + 1)) << 16);
+       }},
+      {"marker-color", [&](const std::string& v) { o.markerColor = static_cast<std::int32_t>(Number(v)); }},
+      {"companion-movie", [&](const std::string& v) { o.companionMovie = static_cast<std::int32_t>(Number(v)); }},
+      {"channels", [&](const std::string& v) {
+         o.channelForm = static_cast<std::int32_t>(Choice(v, {"none", "dat", "asc", "plt", "lvm", "xml", "xls", "csv"}));
+       }},
+      {"channel-mask", [&](const std::string& v) { o.channelMask = Number(v); }},
+      {"samples-per-frame", [&](const std::string& v) { o.samplesPerFrame = Number(v); }},
+      {"plot-height", [&](const std::string& v) { o.plotHeight = static_cast<std::int32_t>(Number(v)); }},
+      {"plot-width", [&](const std::string& v) { o.plotWidth = static_cast<std::int32_t>(Number(v)); }},
+      {"plot-legend", [&](const std::string& v) { o.plotMode = static_cast<std::int32_t>(Number(v)); }},
   };
   const std::map<std::string, std::function<void()>> switches = {
       {"calibration", [&] { o.calibration = true; }},     {"no-timecode", [&] { o.timeCode = false; }},
       {"time-receiver", [&] { o.timeFromReceiver = true; }}, {"auto-exposure", [&] { o.autoExposure = true; }},
       {"gev", [&] { o.gevRecords = true; }},
+      {"top-bar", [&] { o.topBar = true; }},               {"bottom-bar", [&] { o.bottomBar = true; }},
   };
 
   for (int i = 1; i < argc; ++i) {

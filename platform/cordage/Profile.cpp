@@ -132,21 +132,6 @@ Found Lookup(const char* section, const char* key, const char* path) {
   return found;
 }
 
-bool ParseInteger(std::string_view text, std::uint32_t* pattern) {
-  text = Trim(text);
-  bool negative = false;
-  if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
-    negative = text.front() == '-';
-    text.remove_prefix(1);
-  }
-  std::uint64_t magnitude = 0;
-  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), magnitude);
-  if (ec != std::errc{} || end == text.data()) return false;
-  if (negative ? magnitude > (1ull << 31) : magnitude > 0xFFFFFFFFull) return false;
-  *pattern = static_cast<std::uint32_t>(negative ? (~magnitude + 1) : magnitude);
-  return true;
-}
-
 }  // namespace
 
 bool CgReadProfileString(const char* section, const char* key, const char* defaultText, char* out,
@@ -162,7 +147,7 @@ bool CgReadProfileInteger(const char* section, const char* key, std::int32_t def
                           std::uint32_t* out, const char* path) {
   Found found = Lookup(section, key, path);
   std::uint32_t value = static_cast<std::uint32_t>(defaultValue);
-  const bool parsed = found.value && ParseInteger(*found.value, &value);
+  const bool parsed = found.value && LeadingDecimalPattern(*found.value, &value);
   if (!parsed) value = static_cast<std::uint32_t>(defaultValue);
   if (out) *out = value;
   return parsed;

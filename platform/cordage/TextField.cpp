@@ -1,5 +1,6 @@
 #include "platform/cordage/TextField.h"
 
+#include <charconv>
 #include <cstring>
 
 namespace tarnvel {
@@ -10,6 +11,21 @@ bool CopyText(char* dst, std::size_t capacity, std::string_view src) {
   if (n > 0) std::memcpy(dst, src.data(), n);  // an empty view may carry a null pointer
   dst[n] = '\0';
   return n == src.size();
+}
+
+bool LeadingDecimalPattern(std::string_view text, std::uint32_t* pattern) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  bool negative = false;
+  if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
+    negative = text.front() == '-';
+    text.remove_prefix(1);
+  }
+  std::uint64_t magnitude = 0;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), magnitude);
+  if (ec != std::errc{} || end == text.data()) return false;
+  if (negative ? magnitude > (1ull << 31) : magnitude > 0xFFFFFFFFull) return false;
+  *pattern = static_cast<std::uint32_t>(negative ? ~magnitude + 1 : magnitude);
+  return true;
 }
 
 bool EqualsNoCase(std::string_view a, std::string_view b) {

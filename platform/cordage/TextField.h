@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,11 @@ std::string_view FieldText(const char (&field)[N]) {
   while (n < N && field[n] != '\0') ++n;
   return {field, n};
 }
+
+// The decimal number at the start of `text` (blanks and a sign may come
+// first; what follows the digits is ignored) as its 32-bit pattern: "-1" is
+// 0xFFFFFFFF. False for no number, or one outside -2^31 .. 2^32-1.
+bool LeadingDecimalPattern(std::string_view text, std::uint32_t* pattern);
 
 // ASCII comparison without regard to case.
 bool EqualsNoCase(std::string_view a, std::string_view b);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "apps/recgen/RecordingGenerator.h"
+#include "platform/framekit/ImageReader.h"
 #include "platform/cordage/TextField.h"
 #include "tests/support/TestFiles.h"
 
@@ -54,6 +55,54 @@ TEST(Cli, ParallelBatchIntoADestinationWithOneDamagedRecording) {
   // The damaged job reports its end like any other, then the list marks it.
   EXPECT_NE(output.find("/rec7: Error"), std::string::npos) << output;
   EXPECT_EQ(output.find("/rec3: Error"), std::string::npos);
+}
+
+// With --listen the converter takes jobs from the suite and ends on a close
+// command that finds no job left.
+TEST(Cli, ListensForSuiteCommands) {
+  test::TempDir dir;
+  recgen::RecordingOptions o;
+  o.folder = dir.File("rec");
+  o.width = 64, o.height = 32, o.frames = 5, o.preTrigger = 0, o.baseName = "sent";
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  const std::string send = (test::BinaryDir() / "apps/tarnvel-send").string() + " --socket " + dir.File("s.sock");
+  const std::string script =
+      "TARNVEL_SOCKET=" + dir.File("s.sock") + " TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " " + Cli() +
+      " --listen > " + dir.File("log") + " 2>&1 & pid=$!\n"
+      "for i in $(seq 100); do [ -S " + dir.File("s.sock") + " ] && break; sleep 0.05; done\n" +
+      send + " add " + JoinPath(o.folder, "args.ini") + "\n"
+      "for i in $(seq 200); do " + send + " close >/dev/null; kill -0 $pid 2>/dev/null || break; sleep 0.05; done\n"
+      "wait $pid\n";
+  test::WriteFile(dir.path() / "run.sh", script);
+  std::string output;
+  EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh"), &output), 0) << output << test::ReadFile(dir.path() / "log");
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "sent000004.tif")) << test::ReadFile(dir.path() / "log");
+}
+
+// A disk that fills up during a job: the job fails with its message, the
+// multi-frame output keeps the frames it holds, the raw files stay.
+TEST(Cli, FullDiskEndsTheJobWithAReadableFile) {
+  test::TempDir dir;
+  recgen::RecordingOptions o;
+  o.folder = dir.File("rec");
+  o.width = 256, o.height = 256, o.frames = 40, o.preTrigger = 0, o.baseName = "full", o.fileType = 11;
+  o.deleteRaw = 1;
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  // Files may grow to 1 MB: a few frames fit. The limit's signal is ignored,
+  // so writes fail as on a full disk.
+  std::string output;
+  EXPECT_EQ(test::RunCommand("sh -c \"trap '' XFSZ; ulimit -f 1000; " + Cli() + " " + JoinPath(o.folder, "args.ini") + "\"", &output), 1)
+      << output;
+  EXPECT_NE(output.find("error 1"), std::string::npos) << output;
+  int result = 0;
+  const fs::path file = fs::path(o.folder) / "full.mpt";
+  ASSERT_TRUE(fs::exists(file));
+  EXPECT_LE(fs::file_size(file), 1000u * 1024);
+  auto readable = framekit::OpenImageFile(file.string(), &result);
+  ASSERT_TRUE(readable) << "the frames written before the disk filled stay readable";
+  EXPECT_GT(readable->Info().frameCount, 0u);
+  EXPECT_LT(readable->Info().frameCount, 40u);
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "a failed job keeps its raw files";
 }
 
 TEST(Cli, UsageAndNothingToConvert) {

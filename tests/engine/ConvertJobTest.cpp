@@ -242,3 +242,195 @@ TEST_F(ConvertJob, TimeSidecarForTimeCodeRecordings) {
 
 }  // namespace
 }  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// The column of the plot's cursor: the column with the longest run of the
+// cursor's grey (colour 9 at 12 bits) in the plot rows.
+int CursorColumn(const std::vector<std::uint8_t>& pixels, int width, int height, int plotRows) {
+  const std::uint16_t cursor = 0xA0 << 4;
+  int best = -1, bestRun = 0;
+  for (int x = 0; x < width; ++x) {
+    int run = 0;
+    for (int y = height - plotRows; y < height; ++y) {
+      std::uint16_t v;
+      std::memcpy(&v, &pixels[(static_cast<std::size_t>(y) * width + x) * 2], 2);
+      run += v == cursor;
+    }
+    if (run > bestRun) bestRun = run, best = x;
+  }
+  return bestRun > plotRows / 2 ? best : -1;
+}
+
+TEST_F(ConvertJob, ChannelPlotUnderEveryFrameInEveryForm) {
+  for (int form = 1; form <= 7; ++form) {
+    auto o = Options("ch" + std::to_string(form), 6);
+    o.width = 320, o.height = 120;
+    o.channelForm = form;
+    o.overlayFlags = 0x80;  // the channel value
+    o.plotHeight = 100;
+    const std::string args = Write(o);
+    CDecodeRaw job(args, 0, 0);
+    ASSERT_EQ(Run(job), 0) << "form " << form << ": " << job.StatusCode() << " " << job.StatusText();
+    std::vector<int> cursors;
+    for (int n : {-3, 0, 2}) {
+      char name[32];
+      std::snprintf(name, sizeof name, n < 0 ? "take%07d.tif" : "take%06d.tif", n);
+      int result = 0;
+      auto file = framekit::OpenImageFile(JoinPath(o.folder, name), &result);
+      ASSERT_TRUE(file) << name;
+      EXPECT_EQ(file->Info().height, 220u) << "the plot's rows come below the picture";
+      framekit::DecodedFrame decoded;
+      ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+      cursors.push_back(CursorColumn(decoded.pixels, 320, 220, 100));
+    }
+    ASSERT_GE(cursors[0], 0) << "form " << form;
+    EXPECT_LT(cursors[0], cursors[1]) << "the cursor moves with the frame, form " << form;
+    EXPECT_LT(cursors[1], cursors[2]) << "form " << form;
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// Text burnt into the top bar at every output depth: the bar holds the text in
+// white at the depth's value, and the picture below is the source's, untouched.
+TEST_F(ConvertJob, BurnInAtEveryDepthLeavesThePictureAlone) {
+  struct Case {
+    bool colour;
+    std::int32_t depth;
+    std::uint32_t white;  // one sample of white text
+  } cases[] = {{false, 8, 255}, {false, 12, 4080}, {true, 24, 255}, {true, 36, 4080}};
+  for (const Case& c : cases) {
+    auto o = Options(std::string(c.colour ? "colour" : "mono") + std::to_string(c.depth), 3);
+    o.width = 200, o.height = 80;
+    o.colour = c.colour;
+    o.overlayFlags = 0x4;  // the frame number
+    o.topBar = true;
+    const std::string args = Write(o);
+    CDecodeRaw job(args, 0, 0);
+    JobOverrides overrides;
+    overrides.fileType = 1;
+    overrides.outputDepth = c.depth;
+    overrides.deleteRaw = 0;
+    job.SetOverrides(nullptr, overrides);
+    ASSERT_EQ(Run(job), 0) << c.depth << ": " << job.StatusText();
+    int result = 0;
+    auto file = framekit::OpenImageFile(JoinPath(o.folder, "take-000002.tif"), &result);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->Info().bits, static_cast<std::uint32_t>(c.depth));
+    EXPECT_EQ(file->Info().height, 80u + 32) << "a bar of 32 rows above the picture";
+    framekit::DecodedFrame decoded;
+    ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+    const std::size_t sample = c.depth == 8 || c.depth == 24 ? 1 : 2;
+    const std::size_t channels = c.colour ? 3 : 1;
+    auto at = [&](std::size_t x, std::size_t y, std::size_t k) -> std::uint32_t {
+      const std::size_t i = ((y * 200 + x) * channels + k) * sample;
+      return sample == 1 ? decoded.pixels[i] : decoded.pixels[i] | decoded.pixels[i + 1] << 8;
+    };
+    std::size_t textPixels = 0;
+    for (std::size_t y = 0; y < 32; ++y)
+      for (std::size_t x = 0; x < 200; ++x) {
+        const std::uint32_t v = at(x, y, 0);
+        ASSERT_TRUE(v == 0 || v == c.white) << "bar pixel " << x << "," << y << " is " << v << " at depth " << c.depth;
+        textPixels += v == c.white;
+      }
+    EXPECT_GT(textPixels, 50u) << c.depth;
+    // The picture: the source frame brought to the output depth (upper bits kept).
+    const auto source = SourceFrame(o.folder, 1);
+    const std::uint32_t sourceChannelBits = 12, outChannelBits = c.colour ? c.depth / 3 : c.depth;
+    for (std::size_t y = 0; y < 80; y += 7)
+      for (std::size_t x = 0; x < 200; x += 5)
+        for (std::size_t k = 0; k < channels; ++k) {
+          const std::size_t i = (y * 200 + x) * channels + k;
+          const std::uint32_t s = source[2 * i] | source[2 * i + 1] << 8;
+          const std::uint32_t expected = outChannelBits >= sourceChannelBits ? s : s >> (sourceChannelBits - outChannelBits);
+          ASSERT_EQ(at(x, y + 32, k), expected) << "picture pixel " << x << "," << y << " depth " << c.depth;
+        }
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// A logo with alpha from the generator: opaque inside, see-through border.
+TEST_F(ConvertJob, LogoWithAlphaIsBurntInWhereItIsOpaque) {
+  auto o = Options("logo", 2);
+  o.width = 320, o.height = 240, o.preTrigger = 0;
+  o.logo1 = dir_.File("logo.png");
+  ASSERT_EQ(recgen::WriteLogo(o.logo1, 80, 40), "");
+  o.overlayFlags = 0x400;  // the first logo alone
+  o.overlayPosition = 0;   // top left, format 0: 250 percent, so 200 x 100 pixels
+  const std::string args = Write(o);
+  CDecodeRaw job(args, 0, 0);
+  ASSERT_EQ(Run(job), 0);
+  int result = 0;
+  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take000001.tif"), &result);
+  ASSERT_TRUE(file);
+  framekit::DecodedFrame decoded;
+  ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+  const auto source = SourceFrame(o.folder, 1);
+  auto same = [&](int x, int y) {
+    const std::size_t i = (static_cast<std::size_t>(y) * 320 + x) * 2;
+    return decoded.pixels[i] == source[i] && decoded.pixels[i + 1] == source[i + 1];
+  };
+  const auto value = [](const std::vector<std::uint8_t>& p, int x, int y) {
+    const std::size_t i = (static_cast<std::size_t>(y) * 320 + x) * 2;
+    return p[i] | p[i + 1] << 8;
+  };
+  EXPECT_EQ(value(decoded.pixels, 5, 5), (value(source, 5, 5) * 255) >> 8)
+      << "the transparent border keeps the picture, at 255/256 of its value as the blend weights it";
+  EXPECT_FALSE(same(100, 30)) << "the opaque inside replaces it";
+  EXPECT_TRUE(same(250, 30)) << "beyond the logo nothing changes";
+  EXPECT_TRUE(same(100, 150));
+}
+
+}  // namespace
+}  // namespace tarnvel
+
+namespace tarnvel {
+namespace {
+
+// Every image and container type from a monochrome and a colour recording:
+// the names the type asks for, the frame count, and pixels that a reader opens.
+TEST_F(ConvertJob, EveryImageTypeFromMonochromeAndColour) {
+  const struct {
+    std::int32_t type;
+    const char* extension;
+    bool multiFrame;
+  } types[] = {{1, "tif", false},  {2, "bmp", false},  {3, "jpg", false}, {4, "png", false}, {5, "tp2", false},
+               {6, "fba", true},   {7, "dpx", false},  {9, "tga", false}, {11, "mpt", true}, {12, "mrf", true},
+               {14, "mcf", true},  {15, "bld", true},  {21, "t2c", true}, {51, "dng", false}};
+  for (bool colour : {false, true}) {
+    for (const auto& t : types) {
+      auto o = Options(std::string(colour ? "c" : "m") + std::to_string(t.type), 3);
+      o.width = 48, o.height = 32, o.preTrigger = 1, o.colour = colour;
+      o.fileType = t.type;
+      const std::string args = Write(o);
+      CDecodeRaw job(args, 0, 0);
+      ASSERT_EQ(Run(job), 0) << t.type << (colour ? " colour: " : " mono: ") << job.StatusCode() << " " << job.StatusText();
+      const std::string first = t.multiFrame ? "take." + std::string(t.extension) : "take-000001." + std::string(t.extension);
+      const std::string path = JoinPath(o.folder, first);
+      ASSERT_TRUE(fs::exists(path)) << path;
+      int result = 0;
+      auto file = framekit::OpenImageFile(path, &result);
+      ASSERT_TRUE(file) << path << " " << result;
+      EXPECT_EQ(file->Info().frameCount, t.multiFrame ? 3u : 1u) << path;
+      framekit::DecodedFrame decoded;
+      EXPECT_EQ(file->ReadFrame(0, decoded), 0) << path;
+      if (!t.multiFrame) {
+        EXPECT_TRUE(fs::exists(JoinPath(o.folder, "take000001." + std::string(t.extension)))) << t.type;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tarnvel

@@ -4,7 +4,9 @@
 
 #include <cstdlib>
 
+#include "platform/suitelink/SuiteLink.h"
 #include "tests/support/TestFiles.h"
+#include "ui/FrontEnd.h"
 
 namespace tarnvel {
 namespace {
@@ -58,6 +60,26 @@ TEST_F(Settings, WritesGoToTheCurrentKeyEvenWhenReadsDoNot) {
   auto key = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
   EXPECT_EQ(key->ReadWord("MultiThreadMaxRawFiles"), 6u);
   EXPECT_EQ(key->ReadWord("MultiThreadRawConversion"), 1u);
+}
+
+TEST_F(Settings, NotifySuiteOptionsAndButtonStates) {
+  ::setenv("TARNVEL_SUITE_SOCKET", dir_.File("suite.sock").c_str(), 1);
+  EXPECT_FALSE(NotifySuiteOptions({1, 6})) << "no suite window";
+  std::vector<std::uint8_t> got;
+  std::uint32_t command = 0;
+  SuiteListener suite;
+  ASSERT_EQ(suite.Start(dir_.File("suite.sock"), [&](std::uint32_t c, std::span<const std::uint8_t> p) {
+    command = c;
+    got.assign(p.begin(), p.end());
+  }), 0);
+  EXPECT_TRUE(NotifySuiteOptions({1, 6}));
+  EXPECT_EQ(command, 2u);
+  ASSERT_EQ(got.size(), 8u);
+  EXPECT_EQ(got[0], 1);
+  EXPECT_EQ(got[4], 6);
+  const ButtonStates idle = ButtonsFor(false), busy = ButtonsFor(true);
+  EXPECT_TRUE(idle.clearList && idle.add && idle.options && !idle.abort && !idle.abortAll);
+  EXPECT_TRUE(!busy.clearList && busy.add && busy.options && busy.abort && busy.abortAll);
 }
 
 }  // namespace
