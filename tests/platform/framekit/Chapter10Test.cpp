@@ -149,14 +149,14 @@ std::string GevsBlock(std::uint32_t frame, std::uint64_t timestamp) {
   return b;
 }
 
-struct Spec {
+struct Recording {
   std::uint32_t width, height, bits;
   bool mosaic;
   float rate;
   std::uint32_t frames;
 };
 
-std::uint32_t BytesPerPixel(const Spec& s) {
+std::uint32_t BytesPerPixel(const Recording& s) {
   const std::uint32_t stored = s.mosaic ? s.bits / 3 : s.bits;
   return stored <= 8 ? 1 : stored <= 16 ? 2 : stored <= 24 ? 3 : 6;
 }
@@ -164,7 +164,7 @@ std::uint32_t BytesPerPixel(const Spec& s) {
 // 2024-03-01 12:34:56.789 UTC, in nanoseconds since 1970.
 constexpr std::uint64_t kStart = 1709296496789000000ull;
 
-int WriteCh10(const std::string& path, const Spec& s, bool blocks = true) {
+int WriteCh10(const std::string& path, const Recording& s, bool blocks = true) {
   FrameHandle handle = nullptr;
   if (const int opened = OpenOutput(path.c_str(), 1, &handle); opened != 0) return opened;
   FrameHeader header;
@@ -189,14 +189,14 @@ int WriteCh10(const std::string& path, const Spec& s, bool blocks = true) {
 
 TEST(Chapter10, EveryPacketChecksOutAndCarriesTheFramesAndBlocks) {
   test::TempDir dir;
-  const Spec specs[] = {
+  const Recording recordings[] = {
       {64, 48, 8, false, 25.0f, 60},      // grey, several time packets
       {640, 480, 16, false, 1000.0f, 3},  // 16-bit, more than one packet a frame
       {100, 80, 36, true, 30.0f, 4},      // a colour source's mosaic, 12 bits a sample
       {33, 17, 24, false, 7.0f, 3},       // processed colour, odd sizes
       {8, 8, 8, false, 2000.0f, 600},     // sequence numbers wrap
   };
-  for (const Spec& s : specs) {
+  for (const Recording& s : recordings) {
     SCOPED_TRACE(std::to_string(s.width) + "x" + std::to_string(s.height) + "x" + std::to_string(s.bits));
     const std::string path = dir.File("rec.ch10");
     ASSERT_EQ(WriteCh10(path, s), 0);
@@ -318,12 +318,12 @@ class FileSizeLimit {
 
 TEST(Chapter10, AFullDiskEndsWithAFailureAndWholePacketsBeforeIt) {
   test::TempDir dir;
-  const Spec spec{256, 256, 16, false, 25.0f, 20};
+  const Recording recording{256, 256, 16, false, 25.0f, 20};
   const std::string path = dir.File("cut.ch10");
   int result = 0;
   {
     FileSizeLimit limit(5 * 256 * 256 * 2 + 5000);
-    result = WriteCh10(path, spec);
+    result = WriteCh10(path, recording);
   }
   EXPECT_EQ(result, kFkWriteFailed);
   const std::string file = test::ReadFile(path);
@@ -337,7 +337,7 @@ TEST(Chapter10, AFullDiskEndsWithAFailureAndWholePacketsBeforeIt) {
   for (std::size_t i = 0; i < f.images.size(); ++i) EXPECT_EQ(f.images[i], Pixels(256 * 256 * 2, std::uint32_t(i)));
   if (std::filesystem::exists("/dev/full")) {
     std::filesystem::create_symlink("/dev/full", dir.File("full.ch10"));
-    EXPECT_EQ(WriteCh10(dir.File("full.ch10"), spec), kFkWriteFailed);
+    EXPECT_EQ(WriteCh10(dir.File("full.ch10"), recording), kFkWriteFailed);
   }
 }
 
