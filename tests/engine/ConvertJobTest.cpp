@@ -432,5 +432,83 @@ TEST_F(ConvertJob, EveryImageTypeFromMonochromeAndColour) {
   }
 }
 
+// What ffprobe finds in a movie: "width,height,frames", or empty.
+std::string ProbeMovie(const std::string& path) {
+  std::string output;
+  if (test::RunCommand("ffprobe -v error -count_frames -select_streams v:0 -show_entries "
+                       "stream=width,height,nb_read_frames -of csv=p=0 '" + path + "'",
+                       &output) != 0)
+    return {};
+  output.resize(output.find('\n') == std::string::npos ? output.size() : output.find('\n'));
+  while (!output.empty() && output.back() == ',') output.pop_back();  // some muxers add an empty field
+  return output;
+}
+
+// The movie types and Chapter 10 from a recording with its channel plot: one
+// file named after the base name, every frame in it, the plot's rows included.
+TEST_F(ConvertJob, MoviesAndChapter10CarryEveryFrameWithThePlot) {
+  const struct {
+    std::int32_t type;
+    const char* extension;
+  } types[] = {{13, "avi"}, {16, "mpg"}, {17, "wmv"}, {18, "mp4"}, {20, "mov"}, {34, "ch10"}};
+  for (const auto& t : types) {
+    auto o = Options(std::string("mv") + std::to_string(t.type), 7);
+    o.width = 320, o.height = 120;
+    o.fileType = t.type;
+    o.channelForm = 1;
+    o.overlayFlags = 0x80;
+    o.plotHeight = 100;
+    const std::string args = Write(o);
+    CDecodeRaw job(args, 0, 0);
+    ASSERT_EQ(Run(job), 0) << t.type << ": " << job.StatusCode() << " " << job.StatusText();
+    const std::string path = JoinPath(o.folder, "take." + std::string(t.extension));
+    ASSERT_TRUE(fs::exists(path)) << path;
+    if (t.type != 34) {
+      EXPECT_EQ(ProbeMovie(path), "320,220,7") << path;
+      continue;
+    }
+    // Chapter 10: walk the packets and count the pictures on the video channel.
+    const std::string file = test::ReadFile(path);
+    std::size_t at = 0, pictures = 0;
+    while (at + 28 <= file.size()) {
+      std::uint32_t sync = 0, packetLength = 0, word = 0;
+      std::memcpy(&sync, file.data() + at, 2);
+      std::memcpy(&packetLength, file.data() + at + 4, 4);
+      std::memcpy(&word, file.data() + at + 24, 4);
+      ASSERT_EQ(sync, 0xEB25u) << "at " << at;
+      ASSERT_GE(packetLength, 28u);
+      const bool video = static_cast<std::uint8_t>(file[at + 15]) == 0x40;
+      if (video && (word >> 26 & 3) <= 1) ++pictures;  // a whole picture or its first part
+      at += packetLength;
+    }
+    EXPECT_EQ(at, file.size()) << "no cut packet at the end";
+    EXPECT_EQ(pictures, 7u);
+  }
+}
+
+// The companion movie: an AVI named after the device beside the main output,
+// and "(01)" added when the main output is itself that AVI.
+TEST_F(ConvertJob, CompanionMovieBesideTheMainOutput) {
+  auto o = Options("companion", 5);
+  o.companionMovie = 3;
+  o.channelForm = 2;
+  o.overlayFlags = 0x80;
+  o.plotHeight = 40;
+  CDecodeRaw tiffJob(Write(o), 0, 0);
+  ASSERT_EQ(Run(tiffJob), 0) << tiffJob.StatusCode() << " " << tiffJob.StatusText();
+  EXPECT_TRUE(fs::exists(JoinPath(o.folder, "take000001.tif")));
+  // The plot is 256 columns wide: the movie shows the widened picture, as the TIFFs do.
+  EXPECT_EQ(ProbeMovie(JoinPath(o.folder, "cam.avi")), "256,88,5");
+
+  auto same = Options("same", 4);
+  same.companionMovie = 3;
+  same.fileType = 13;
+  same.baseName = "cam";
+  CDecodeRaw aviJob(Write(same), 0, 0);
+  ASSERT_EQ(Run(aviJob), 0) << aviJob.StatusCode() << " " << aviJob.StatusText();
+  EXPECT_EQ(ProbeMovie(JoinPath(same.folder, "cam.avi")), "64,48,4");
+  EXPECT_EQ(ProbeMovie(JoinPath(same.folder, "cam(01).avi")), "64,48,4");
+}
+
 }  // namespace
 }  // namespace tarnvel
