@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -62,7 +63,11 @@ int main(int argc, char** argv) {
     } else if (arg.rfind("--", 0) == 0) {
       return Usage();
     } else {
-      paths.push_back(arg);
+      // The job works from the recording's folder, so a name given relative
+      // to where the command runs is made whole here.
+      std::error_code error;
+      const std::filesystem::path whole = std::filesystem::absolute(arg, error);
+      paths.push_back(error ? arg : whole.string());
     }
   }
   if (paths.empty() && !listen) return Usage();

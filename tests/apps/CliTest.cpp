@@ -105,6 +105,17 @@ TEST(Cli, FullDiskEndsTheJobWithAReadableFile) {
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "a failed job keeps its raw files";
 }
 
+TEST(Cli, AnArgumentFileNamedFromItsOwnFolder) {
+  test::TempDir dir;
+  recgen::RecordingOptions o;
+  o.folder = dir.File("rec");
+  o.width = 32, o.height = 24, o.frames = 3, o.preTrigger = 0, o.baseName = "here";
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  std::string output;
+  EXPECT_EQ(test::RunCommand("cd '" + o.folder + "' && " + Cli() + " args.ini", &output), 0) << output;
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "here000002.tif")) << output;
+}
+
 TEST(Cli, UsageAndNothingToConvert) {
   std::string output;
   EXPECT_EQ(test::RunCommand(Cli(), &output), 2);
