@@ -322,6 +322,9 @@ class MovieWriter final : public FrameWriter {
         c.flags |= AV_CODEC_FLAG_QSCALE;
         c.global_quality = FF_QP2LAMBDA * scale;
         c.qmin = c.qmax = scale;
+        // A fixed quantiser has no bit rate; the default one would make the
+        // MPEG muxer size its buffers for 200 kbit/s and run them dry.
+        c.bit_rate = 0;
         break;
       }
       case QualityScale::kCrf:
