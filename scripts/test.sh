@@ -17,7 +17,7 @@ done
 echo "== tsan"
 threaded=(ui_tests engine_tests suitelink_tests cordage_tests)
 "$root/scripts/build.sh" tsan --target "${threaded[@]}"
-export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$root/tests/tsan.supp}
 for t in "${threaded[@]}"; do
   exe=$(find "$root/build/tsan/tests" -name "$t" -type f -executable | head -n 1)
   echo "-- $t"
