@@ -140,9 +140,7 @@ void CDecodeRaw::LoadBackground() {
 }
 
 void CDecodeRaw::WriteSidecarFrame(JobRun&, std::int32_t frameNumber) {
-  const TimeStampBlock* block = rawSource_.FrameTime();
-  TimeStampBlock empty{};
-  const CalendarTime t = DecodeTimeCode(block ? *block : empty, 0, 0);
+  const CalendarTime t = DecodeTimeCode(rawFrame_.time, 0, 0);
   timeWriter_.OpenElement("Frame");
   timeWriter_.WriteValue("FrameIndex", frameNumber);
   timeWriter_.WriteValue("Year", t.year);
@@ -215,7 +213,10 @@ int CDecodeRaw::ConvertJob() {
   rawSource_.SetTemperature(args_->temperature);
   rec.PixelDepth = rawSource_.PixelDepth();
   if (rec.OutputPixelDepth == 0) rec.OutputPixelDepth = rec.PixelDepth;
-  if (!rawSource_.Geometry(geometry_)) {
+  // The frames come through a second handle, in the delivery the main output takes.
+  run.mosaicMode = RawFrameType(rec.FileType) || (HasCapability(rec.FileType, kCapMosaicOutput) && geometry_.bits > 16);
+  if (!rawSource_.Geometry(geometry_) ||
+      readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) != 0) {
     rawSource_.Close();
     imageOps_.Clear();
     return Fail(kMsgRawOpenFailed, run.recordingFolder);
@@ -229,7 +230,6 @@ int CDecodeRaw::ConvertJob() {
   // Four frames and 256 rows of room: bars, plot rows and depth growth fit.
   const std::uint64_t rowBytes = geometry_.height ? geometry_.frameBytes / geometry_.height : 0;
   const std::uint64_t bufferBytes = 4 * (std::uint64_t{geometry_.frameBytes} + 256 * rowBytes);
-  rawBuffer_.assign(bufferBytes, 0);
   workBuffer_.assign(bufferBytes, 0);
   textBarHeight_ = MeasureTextBar(args_->overlayFlags, FieldText(args_->overlayFont));
 
@@ -254,8 +254,6 @@ int CDecodeRaw::ConvertJob() {
   for (int i = 0; i < 2; ++i)
     if ((args_->overlayFlags & logoFlags[i]) && logoPaths[i][0] != '\0') logos_[i].Load(logoPaths[i]);
 
-  run.mosaicMode = RawFrameType(rec.FileType) || (HasCapability(rec.FileType, kCapMosaicOutput) && geometry_.bits > 16);
-  if (run.mosaicMode) rawSource_.SetMosaicDelivery(true);
   run.sidecarOn = rec.SyncInCfg >= 5 && rec.SyncInCfg <= 8;
   if (run.sidecarOn) {
     const auto sidecar = TimeSidecarPath(run.outputFolder, FieldText(args_->baseName));
@@ -274,6 +272,7 @@ int CDecodeRaw::ConvertJob() {
   run.rowState = run.movieHandle ? 5 : 1;
   run.shownName = ShownName(FieldText(args_->baseName), run.extension);
   RunFrames(run);
+  readAhead_.Stop();
   CommonEnd(run);
   if (statusCode_ != 0) return -1;
   if (overrides_.deleteRaw) DeleteRawFiles(run.recordingFolder);
@@ -348,7 +347,6 @@ int CDecodeRaw::RunFrames(JobRun& run) {
 void CDecodeRaw::CommonEnd(JobRun& run) {
   if (run.movieHandle) CloseOutput(run.movieHandle);
   run.movieHandle = nullptr;
-  if (run.mosaicMode) rawSource_.SetMosaicDelivery(false);
   if (run.sidecarOn && timeWriter_.IsOpen()) {
     timeWriter_.CloseElement("Data");
     timeWriter_.Close();
@@ -357,7 +355,7 @@ void CDecodeRaw::CommonEnd(JobRun& run) {
   if (run.copyProfile) CopyConfigCompanions(run.outputFolder, run.recordingFolder);
   logos_[0].Free();
   logos_[1].Free();
-  rawBuffer_ = {};
+  rawFrame_ = {};
   workBuffer_ = {};
   recordings_.Clear();
   imageOps_.Clear();

@@ -14,6 +14,7 @@
 
 #include "engine/ConversionJob.h"
 #include "engine/FrameGeometry.h"
+#include "engine/FrameReadAhead.h"
 #include "engine/JobArgs.h"
 #include "engine/JobOverrides.h"
 #include "engine/RawSource.h"
@@ -66,11 +67,13 @@ class CDecodeRaw final : public ConversionJob {
   int ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
                    const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
                    std::int32_t movieIndex, std::int32_t movieTotal);
-  // Reads store frame `frameIndex` (three tries), clears the bars, places the
-  // picture in the work buffer and runs the operation chain on it. `bits` is
-  // the depth of what arrives (0: the geometry's). Null with `*result` set
-  // when the read failed.
-  std::uint8_t* FetchFrame(std::int32_t frameIndex, std::uint32_t bits, int* result);
+  // Takes store frame `frameIndex` from the read-ahead (which then reads the
+  // next one of `frameTotal`), or with `processed` reads the processed frame
+  // on the job's own handle; clears the bars, places the picture in the work
+  // buffer and runs the operation chain on it. `bits` is the depth of what
+  // arrives (0: the geometry's). Null with `*result` set when the read failed.
+  std::uint8_t* FetchFrame(std::int32_t frameIndex, std::int32_t frameTotal, std::uint32_t bits, int* result,
+                           bool processed = false);
   int RunFrames(JobRun& run);
   void CommonEnd(JobRun& run);
   void LoadBackground();
@@ -86,7 +89,8 @@ class CDecodeRaw final : public ConversionJob {
   std::uint32_t rowIndex_;
   std::uint32_t sentBySuite_;
   bool hasCameraBlock_ = false;
-  std::vector<std::uint8_t> rawBuffer_;
+  FrameReadAhead readAhead_;  // the delivery of the main output
+  RawFrame rawFrame_;          // the frame being converted
   std::vector<std::uint8_t> workBuffer_;
   std::vector<std::uint8_t> backgroundFrame_;
   CImageOpList imageOps_;

@@ -32,12 +32,15 @@ std::uint32_t BytesOf(std::uint32_t bits) { return bits <= 8 ? 1 : bits <= 16 ? 
 
 }  // namespace
 
-std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::uint32_t bits, int* result) {
-  int read = 0;
-  for (int attempt = 0; attempt < 3; ++attempt)
-    if ((read = rawSource_.ReadFrame(frameIndex, rawBuffer_.data())) == 0) break;
-  *result = read;
-  if (read != 0) return nullptr;
+std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frameTotal, std::uint32_t bits, int* result,
+                                     bool processed) {
+  if (processed)
+    ReadRawFrame(rawSource_, frameIndex, hasCameraBlock_, rawFrame_);
+  else
+    readAhead_.Take(frameIndex, frameIndex + 1 < frameTotal ? frameIndex + 1 : -1, rawFrame_);
+  *result = rawFrame_.result;
+  if (rawFrame_.result != 0) return nullptr;
+  const std::uint8_t* raw = rawFrame_.pixels.data();
   const std::uint32_t depth = bits ? bits : geometry_.bits;
   const std::size_t pictureBytes = std::size_t{geometry_.width} * geometry_.height * BytesOf(depth);
   std::uint8_t* picture = workBuffer_.data();
@@ -51,9 +54,9 @@ std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::uint32_t bits
   }
   imageProcessor_.SetGeometry(geometry_.width, geometry_.height, depth);
   if (args_->backgroundOn && backgroundFrame_.size() == pictureBytes)
-    imageProcessor_.AddBackground(rawBuffer_.data(), backgroundFrame_.data(), picture);
+    imageProcessor_.AddBackground(raw, backgroundFrame_.data(), picture);
   else
-    std::memcpy(picture, rawBuffer_.data(), pictureBytes);
+    std::memcpy(picture, raw, pictureBytes);
   ApplyImageChain(imageProcessor_, imageOps_, picture);
   imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
   return workBuffer_.data();
@@ -107,7 +110,7 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
   char deviceName[RawSource::kDeviceNameBytes];
   rawSource_.DeviceName(deviceName, sizeof deviceName);
   const std::int32_t temperature = (args_->overlayFlags & kOverlayItemMask[kTemperatureItem]) ? rawSource_.Temperature() : 0;
-  const std::uint32_t exposure = rec.AEEnable ? rawSource_.AutoExposureNs() : rawSource_.ExposureNs();
+  std::uint32_t exposure = 0;  // the frame's own when auto exposure ran
   const std::int32_t showState = frameIndex == 0 ? 1 : frameIndex == frameTotal - 1 ? 2 : frameNumber == 0 ? 3 : 0;
 
   alignas(8) std::uint8_t metaBlock[1024] = {};
@@ -130,21 +133,19 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
   char modelText[kCameraTextBytes] = {};
   rawSource_.CameraModelText(modelText);
   source.modelText = FieldText(modelText);
-  std::uint8_t cameraBlock[1024] = {};
-  std::uint8_t gevValues[32] = {}, gevTime[72] = {};
-  auto fillTimes = [&] {
-    if (const TimeStampBlock* t = rawSource_.FrameTime()) {
-      source.timeStatus = t->status, source.timeYear = t->year, source.timeDayOfYear = t->dayOfYear;
-      source.timeHour = t->hour, source.timeMinute = t->minute, source.timeSecond = t->second;
-      source.timeMicroseconds = t->microseconds;
-    }
-    if (hasCameraBlock_ && rawSource_.GetCameraBlock(cameraBlock) == 0) source.cameraBlock = cameraBlock;
+  // What the driver told about the frame just fetched.
+  auto takeFrameRecords = [&] {
+    const TimeStampBlock& t = rawFrame_.time;
+    source.timeStatus = t.status, source.timeYear = t.year, source.timeDayOfYear = t.dayOfYear;
+    source.timeHour = t.hour, source.timeMinute = t.minute, source.timeSecond = t.second;
+    source.timeMicroseconds = t.microseconds;
+    if (rawFrame_.hasCameraBlock) source.cameraBlock = rawFrame_.cameraBlock.data();
+    exposure = rec.AEEnable ? rawFrame_.autoExposureNs : rawSource_.ExposureNs();
   };
   auto buildBlock = [&] {
     if (type == kTypeChapter10) {
-      rawSource_.GetGevRecords(gevValues, gevTime);
-      source.gevValues = gevValues;
-      source.gevTime = gevTime;
+      source.gevValues = rawFrame_.gevValues.data();
+      source.gevTime = rawFrame_.gevTime.data();
       BuildGevsBlock(source, *reinterpret_cast<GevsBlock*>(metaBlock), frameNumber, rec, frameIndex == 0,
                      static_cast<std::uint32_t>(frameTotal));
     } else {
@@ -160,12 +161,12 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     // Cases A and B: the sensor's plane, at a third of the depth.
     if (isColor) sourceBits /= 3, outBits /= 3;
     if (!RawFrameType(type)) header.bits = outBits * (isColor ? 3 : 1);
-    std::uint8_t* fetched = FetchFrame(frameIndex, sourceBits, &result);
+    std::uint8_t* fetched = FetchFrame(frameIndex, frameTotal, sourceBits, &result);
     if (!fetched) return result;
     frame = outBits != sourceBits ? imageProcessor_.ConvertDepth(sourceBits, outBits, rec.PixelGain, geometry_.width,
                                                                  geometry_.height, fetched, nullptr)
                                   : fetched;
-    fillTimes();
+    takeFrameRecords();
     buildBlock();
     if (RawFrameType(type)) {
       // The block rides behind the pixels of the 8-bit frame.
@@ -178,14 +179,14 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     }
   } else {
     // Case C: processed frames with their burn-ins.
-    std::uint8_t* fetched = FetchFrame(frameIndex, 0, &result);
+    std::uint8_t* fetched = FetchFrame(frameIndex, frameTotal, 0, &result);
     if (!fetched) return result;
     const std::uint32_t sourceDepth = run.mosaicMode && isColor ? geometry_.bits / 3 : geometry_.bits;
     frame = geometry_.bits != outBits && !(run.mosaicMode && isColor)
                 ? imageProcessor_.ConvertDepth(sourceDepth, outBits, rec.PixelGain, width, height, fetched, nullptr)
                 : fetched;
     if (!frame) return -1;
-    fillTimes();
+    takeFrameRecords();
     double channelValue = 0;
     if ((args_->overlayFlags & kOverlayItemMask[kChannelValueItem]) && run.channelDataLoaded)
       channelValue = ChannelValueAt(run.channelData, frameIndex);
@@ -204,13 +205,11 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     if (args_->overlayFlags != 0) {
       OverlayFrameValues values;
       values.cameraBlock = source.cameraBlock;
-      TimeStampBlock timeBlock{};
-      if (const TimeStampBlock* t = rawSource_.FrameTime()) timeBlock = *t;
-      values.timeBlock = &timeBlock;
+      values.timeBlock = &rawFrame_.time;
       values.frameNumber = frameNumber;
       values.sequenceIndex = sequenceIndex;
       values.irigMode = args_->irigMode;
-      values.flagged = rawSource_.FrameFlag() != 0;
+      values.flagged = rawFrame_.frameFlag != 0;
       values.channelValue = channelValue;
       values.temperature = temperature;
       values.exposure = exposure;
@@ -293,10 +292,8 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     std::uint8_t* movieFrame = wideFrame.empty() ? frame : wideFrame.data();
     FrameHeader movieHeader = header;
     if (plainFrame) {
-      rawSource_.SetMosaicDelivery(false);
       int fetch = 0;
-      movieFrame = FetchFrame(frameIndex, 0, &fetch);
-      if (run.mosaicMode) rawSource_.SetMosaicDelivery(true);
+      movieFrame = FetchFrame(frameIndex, frameTotal, 0, &fetch, true);
       if (!movieFrame) return fetch;
       movieBits = geometry_.bits;
       movieHeader.width = geometry_.width;
