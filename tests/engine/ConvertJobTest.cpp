@@ -220,6 +220,46 @@ TEST_F(ConvertJob, PauseResumeAndAbortFromAnotherThread) {
   EXPECT_EQ(quiet.lastCurrent, 400);
 }
 
+// An abort that arrives while the first frame of a multi-frame file is on its
+// way: the file is closed with what it holds, the report says Abort, the raw
+// files stay.
+struct AbortWhenConverting {
+  ConversionJob* job = nullptr;
+  std::vector<std::int32_t> states;
+  static void Report(void* context, std::uint32_t, const char*, std::uint32_t, std::int32_t state, std::int32_t,
+                     std::int32_t) {
+    auto* self = static_cast<AbortWhenConverting*>(context);
+    if (state == -1) return;
+    self->states.push_back(state);
+    if (state == 1 || state == 5) self->job->Abort();  // the output is open, the first frame comes next
+  }
+};
+
+TEST_F(ConvertJob, AbortDuringTheFirstFrameOfAMultiFrameFile) {
+  const struct {
+    std::int32_t type;
+    const char* name;
+  } types[] = {{11, "take.mpt"}, {13, "take.avi"}, {34, "take.ch10"}};
+  for (const auto& [type, name] : types) {
+    auto o = Options("first" + std::to_string(type), 5);
+    o.fileType = type;
+    o.deleteRaw = 1;
+    CDecodeRaw job(Write(o), 0, 0);
+    AbortWhenConverting reported;
+    reported.job = &job;
+    job.SetReportTarget(nullptr, &AbortWhenConverting::Report, &reported);
+    EXPECT_EQ(job.Start(false), -1) << type;
+    EXPECT_EQ(job.StatusCode(), kMsgAborted);
+    ASSERT_FALSE(reported.states.empty());
+    EXPECT_EQ(reported.states.back(), 3);
+    EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << type;
+    // No frame reached it: the file was opened and closed and holds nothing.
+    const fs::path file = fs::path(o.folder) / name;
+    ASSERT_TRUE(fs::exists(file)) << file;
+    EXPECT_EQ(fs::file_size(file), 0u) << file;
+  }
+}
+
 TEST_F(ConvertJob, TimeSidecarForTimeCodeRecordings) {
   auto o = Options("rec", 3);
   const std::string args = Write(o);
