@@ -107,6 +107,29 @@ TEST_F(ConvertJob, TiffSequenceWithNamesPixelsAndMetadata) {
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "delete-raw is off in the argument file";
 }
 
+// Under automatic exposure each frame's block carries that frame's exposure,
+// while the next frame is already being read.
+TEST_F(ConvertJob, EachFrameCarriesItsOwnAutoExposure) {
+  auto o = Options("auto", 12);
+  o.fileType = 11;
+  o.autoExposure = true;
+  CDecodeRaw job(Write(o), 0, 0);
+  ASSERT_EQ(Run(job), 0) << job.StatusCode() << " " << job.StatusText();
+  int result = 0;
+  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take.mpt"), &result);
+  ASSERT_TRUE(file) << result;
+  ASSERT_EQ(file->Info().frameCount, 12u);
+  for (std::uint32_t i = 0; i < 12; ++i) {
+    framekit::DecodedFrame decoded;
+    ASSERT_EQ(file->ReadFrame(i, decoded), 0);
+    ASSERT_TRUE(decoded.hasMetadata);
+    std::uint32_t exposure = 0;
+    std::memcpy(&exposure, decoded.metadata.data() + 119, 4);
+    const std::uint32_t expected = (o.exposureNs - (i % 10) * (o.exposureNs / 20)) / 1000;  // as the generator varies it
+    EXPECT_EQ(exposure, expected) << "frame " << i;
+  }
+}
+
 TEST_F(ConvertJob, MultiFrameFileDestinationCopiesAndDeletion) {
   auto o = Options("rec", 6);
   o.fileType = 11;
