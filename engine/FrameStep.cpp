@@ -205,7 +205,8 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     if (args_->overlayFlags != 0) {
       OverlayFrameValues values;
       values.cameraBlock = source.cameraBlock;
-      values.timeBlock = &rawFrame_.time;
+      TimeStampBlock timeBlock = rawFrame_.time;  // the overlay fills in a missing receiver's time
+      values.timeBlock = &timeBlock;
       values.frameNumber = frameNumber;
       values.sequenceIndex = sequenceIndex;
       values.irigMode = args_->irigMode;

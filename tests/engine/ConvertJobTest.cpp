@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -552,16 +553,48 @@ TEST_F(ConvertJob, MoviesAndChapter10CarryEveryFrameWithThePlot) {
 // The companion movie: an AVI named after the device beside the main output,
 // and "(01)" added when the main output is itself that AVI.
 TEST_F(ConvertJob, CompanionMovieBesideTheMainOutput) {
-  auto o = Options("companion", 5);
+  auto o = Options("companion", 8);  // a sine of four frames: 0 V on the first, its peak on the second
   o.companionMovie = 3;
   o.channelForm = 2;
-  o.overlayFlags = 0x80;
+  o.overlayFlags = 0x80;  // the channel value, alone in the text bar
+  o.topBar = true;
   o.plotHeight = 40;
   CDecodeRaw tiffJob(Write(o), 0, 0);
   ASSERT_EQ(Run(tiffJob), 0) << tiffJob.StatusCode() << " " << tiffJob.StatusText();
-  EXPECT_TRUE(fs::exists(JoinPath(o.folder, "take000001.tif")));
-  // The plot is 256 columns wide: the movie shows the widened picture, as the TIFFs do.
-  EXPECT_EQ(ProbeMovie(JoinPath(o.folder, "cam.avi")), "256,88,5");
+  // The plot is 256 columns wide: the movie shows the widened picture, as the
+  // TIFFs do: bar, picture and plot.
+  constexpr int kWidth = 256, kHeight = 32 + 48 + 40, kBar = 32 * kWidth;
+  EXPECT_EQ(ProbeMovie(JoinPath(o.folder, "cam.avi")), "256,120,8");
+  // The bar shows each frame's channel value: text in it, and another text
+  // on the second frame than on the first.
+  std::vector<std::vector<std::uint8_t>> bars;
+  for (const char* name : {"take-000003.tif", "take-000002.tif"}) {
+    int result = 0;
+    auto file = framekit::OpenImageFile(JoinPath(o.folder, name), &result);
+    ASSERT_TRUE(file) << name;
+    ASSERT_EQ(file->Info().width, std::uint32_t{kWidth});
+    ASSERT_EQ(file->Info().height, std::uint32_t{kHeight});
+    framekit::DecodedFrame decoded;
+    ASSERT_EQ(file->ReadFrame(0, decoded), 0);
+    bars.emplace_back(decoded.pixels.begin(), decoded.pixels.begin() + 2 * kBar);
+  }
+  EXPECT_TRUE(std::any_of(bars[0].begin(), bars[0].end(), [](std::uint8_t v) { return v != 0; }));
+  EXPECT_NE(bars[0], bars[1]) << "the value changes from frame to frame";
+  // The same in the movie, decoded by FFmpeg.
+  const std::string grey = dir_.File("movie.grey");
+  ASSERT_EQ(test::RunCommand("ffmpeg -v error -y -i '" + JoinPath(o.folder, "cam.avi") + "' -f rawvideo -pix_fmt gray '" +
+                             grey + "'"),
+            0);
+  const std::string movie = test::ReadFile(grey);
+  ASSERT_EQ(movie.size(), std::size_t{8} * kWidth * kHeight);
+  int brightInBar = 0, changed = 0;
+  for (int i = 0; i < kBar; ++i) {
+    const int first = static_cast<std::uint8_t>(movie[i]), second = static_cast<std::uint8_t>(movie[kWidth * kHeight + i]);
+    brightInBar += first > 128;
+    changed += std::abs(first - second) > 64;
+  }
+  EXPECT_GT(brightInBar, 20) << "white text in the movie's bar";
+  EXPECT_GT(changed, 20) << "another value on the second frame";
 
   auto same = Options("same", 4);
   same.companionMovie = 3;
