@@ -213,10 +213,13 @@ int CDecodeRaw::ConvertJob() {
   rawSource_.SetTemperature(args_->temperature);
   rec.PixelDepth = rawSource_.PixelDepth();
   if (rec.OutputPixelDepth == 0) rec.OutputPixelDepth = rec.PixelDepth;
-  // The frames come through a second handle, in the delivery the main output takes.
-  run.mosaicMode = RawFrameType(rec.FileType) || (HasCapability(rec.FileType, kCapMosaicOutput) && geometry_.bits > 16);
-  if (!rawSource_.Geometry(geometry_) ||
-      readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) != 0) {
+  bool sourceReady = rawSource_.Geometry(geometry_);
+  if (sourceReady) {
+    // The frames come through a second handle, in the delivery the main output takes.
+    run.mosaicMode = RawFrameType(rec.FileType) || (HasCapability(rec.FileType, kCapMosaicOutput) && geometry_.bits > 16);
+    sourceReady = readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) == 0;
+  }
+  if (!sourceReady) {
     rawSource_.Close();
     imageOps_.Clear();
     return Fail(kMsgRawOpenFailed, run.recordingFolder);

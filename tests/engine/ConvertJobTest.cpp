@@ -57,13 +57,13 @@ class ConvertJob : public ::testing::Test {
     job.SetReportTarget(nullptr, &Reported::Report, &reported_);
     return job.Start(false);
   }
-  // The frame that the driver delivers for store frame i.
-  std::vector<std::uint8_t> SourceFrame(const std::string& folder, std::int32_t i) {
+  // The frame that the driver delivers for store frame i, processed or as
+  // the sensor's mosaic.
+  std::vector<std::uint8_t> SourceFrame(const std::string& folder, std::int32_t i, bool mosaic = false) {
     RawSource source;
     EXPECT_EQ(source.Open(folder.c_str()), 0);
-    FrameGeometry g;
-    EXPECT_TRUE(source.Geometry(g));
-    std::vector<std::uint8_t> frame(g.frameBytes);
+    source.SetMosaicDelivery(mosaic);
+    std::vector<std::uint8_t> frame(FrameBytes(source.Handle()));
     EXPECT_EQ(source.ReadFrame(i, frame.data()), 0);
     return frame;
   }
@@ -464,6 +464,29 @@ namespace {
 
 // Every image and container type from a monochrome and a colour recording:
 // the names the type asks for, the frame count, and pixels that a reader opens.
+// From a colour sensor the mosaic containers keep the sensor's plane as the
+// driver delivers it, sample for sample.
+TEST_F(ConvertJob, MosaicContainersCarryTheSensorPlaneOfAColourRecording) {
+  const struct {
+    std::int32_t type;
+    const char* name;
+  } types[] = {{6, "take.fba"}, {12, "take.mrf"}, {14, "take.mcf"}};
+  for (const auto& [type, name] : types) {
+    auto o = Options("mosaic" + std::to_string(type), 3);
+    o.width = 48, o.height = 32, o.colour = true;
+    o.fileType = type;
+    CDecodeRaw job(Write(o), 0, 0);
+    ASSERT_EQ(Run(job), 0) << type << ": " << job.StatusCode() << " " << job.StatusText();
+    int result = 0;
+    auto file = framekit::OpenImageFile(JoinPath(o.folder, name), &result);
+    ASSERT_TRUE(file) << name << " " << result;
+    EXPECT_EQ(file->Info().mosaic, 1u) << name;
+    framekit::DecodedFrame decoded;
+    ASSERT_EQ(file->ReadFrame(2, decoded), 0) << name;
+    EXPECT_EQ(decoded.pixels, SourceFrame(o.folder, 2, true)) << name;
+  }
+}
+
 TEST_F(ConvertJob, EveryImageTypeFromMonochromeAndColour) {
   const struct {
     std::int32_t type;
