@@ -17,11 +17,10 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sys/resource.h>
-#include <time.h>
 #include <string>
 #include <vector>
 
+#include "bench/BenchClock.h"
 #include "platform/framekit/FrameKit.h"
 
 namespace {
@@ -38,25 +37,11 @@ const Format kTiff16{"tif", 16, "gray16le", "-compression_algo raw"};
 const Format kPng16{"png", 16, "gray16le", "-pred up -compression_level 1"};
 const Format kJpeg8{"jpg", 8, "gray", "-q:v 3"};
 
-double ProcessSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-double ChildSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  auto seconds = [](const timeval& v) { return static_cast<double>(v.tv_sec) + static_cast<double>(v.tv_usec) * 1e-6; };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
+using tarnvel::bench::ChildSeconds;
+using tarnvel::bench::ProcessSeconds;
 
 std::filesystem::path Folder() {
-  static const auto folder = [] {
-    auto f = std::filesystem::temp_directory_path() / "tarnvel-bench-framekit";
-    std::filesystem::create_directories(f);
-    return f;
-  }();
+  static const auto folder = tarnvel::bench::ScratchFolder("tarnvel-bench-framekit");
   return folder;
 }
 

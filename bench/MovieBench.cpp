@@ -15,10 +15,9 @@
 #include <fstream>
 #include <random>
 #include <string>
-#include <sys/resource.h>
-#include <time.h>
 #include <vector>
 
+#include "bench/BenchClock.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/MovieCodecs.h"
 
@@ -40,25 +39,11 @@ const Target kMp4Ultrafast{"mp4", 16, tarnvel::framekit::kMovieH264Fast, 0,
 const Target kAviMjpeg{"avi", 13, tarnvel::framekit::kMovieMotionJpeg, 9500,
                        "-c:v mjpeg -q:v 3 -qmin 3 -qmax 3 -pix_fmt yuvj420p"};
 
-double ProcessSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-double ChildSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  auto seconds = [](const timeval& v) { return static_cast<double>(v.tv_sec) + static_cast<double>(v.tv_usec) * 1e-6; };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
+using tarnvel::bench::ChildSeconds;
+using tarnvel::bench::ProcessSeconds;
 
 std::filesystem::path Folder() {
-  static const auto folder = [] {
-    auto f = std::filesystem::temp_directory_path() / "tarnvel-bench-movie";
-    std::filesystem::create_directories(f);
-    return f;
-  }();
+  static const auto folder = tarnvel::bench::ScratchFolder("tarnvel-bench-movie");
   return folder;
 }
 
