@@ -47,6 +47,16 @@ class ImageFile {
 // extension). Null with *result set when it cannot.
 std::unique_ptr<ImageFile> OpenImageFile(const std::string& path, int* result);
 
+// Opens `path` with the reader class `File`, whose Open(path) gives 0 or a
+// failure result; null and the failure in `*result` when it does not open.
+template <class File>
+std::unique_ptr<ImageFile> OpenWith(const std::string& path, int* result) {
+  auto file = std::make_unique<File>();
+  *result = file->Open(path);
+  if (*result != 0) return nullptr;
+  return file;
+}
+
 // Readers per format, used by OpenImageFile.
 std::unique_ptr<ImageFile> OpenTiffFile(const std::string& path, int* result);
 std::unique_ptr<ImageFile> OpenPngFile(const std::string& path, int* result);

@@ -167,9 +167,7 @@ std::unique_ptr<FrameWriter> CreateBmpWriter(int fd, const std::string&, const F
 }
 
 std::unique_ptr<ImageFile> OpenBmpFile(const std::string& path, int* result) {
-  auto file = std::make_unique<BmpFile>();
-  *result = file->Open(path);
-  return *result == 0 ? std::move(file) : nullptr;
+  return OpenWith<BmpFile>(path, result);
 }
 
 }  // namespace tarnvel::framekit

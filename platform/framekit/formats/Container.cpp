@@ -301,9 +301,7 @@ std::unique_ptr<FrameWriter> CreateContainerWriter(int fd, const std::string&, c
 }
 
 std::unique_ptr<ImageFile> OpenContainerFile(const std::string& path, int* result) {
-  auto file = std::make_unique<ContainerFile>();
-  *result = file->Open(path);
-  return *result == 0 ? std::move(file) : nullptr;
+  return OpenWith<ContainerFile>(path, result);
 }
 
 }  // namespace tarnvel::framekit

@@ -164,9 +164,7 @@ std::unique_ptr<FrameWriter> CreateDpxWriter(int fd, const std::string&, const F
 }
 
 std::unique_ptr<ImageFile> OpenDpxFile(const std::string& path, int* result) {
-  auto file = std::make_unique<DpxFile>();
-  *result = file->Open(path);
-  return *result == 0 ? std::move(file) : nullptr;
+  return OpenWith<DpxFile>(path, result);
 }
 
 }  // namespace tarnvel::framekit

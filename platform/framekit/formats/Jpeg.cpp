@@ -187,9 +187,7 @@ std::unique_ptr<FrameWriter> CreateJpegWriter(int fd, const std::string&, const 
 }
 
 std::unique_ptr<ImageFile> OpenJpegFile(const std::string& path, int* result) {
-  auto file = std::make_unique<JpegFile>();
-  *result = file->Open(path);
-  return *result == 0 ? std::move(file) : nullptr;
+  return OpenWith<JpegFile>(path, result);
 }
 
 }  // namespace tarnvel::framekit

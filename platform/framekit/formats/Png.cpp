@@ -206,9 +206,7 @@ std::unique_ptr<FrameWriter> CreatePngWriter(int fd, const std::string&, const F
 }
 
 std::unique_ptr<ImageFile> OpenPngFile(const std::string& path, int* result) {
-  auto file = std::make_unique<PngFile>();
-  *result = file->Open(path);
-  return *result == 0 ? std::move(file) : nullptr;
+  return OpenWith<PngFile>(path, result);
 }
 
 }  // namespace tarnvel::framekit

@@ -175,9 +175,7 @@ std::unique_ptr<FrameWriter> CreateTgaWriter(int fd, const std::string&, const F
 }
 
 std::unique_ptr<ImageFile> OpenTgaFile(const std::string& path, int* result) {
-  auto file = std::make_unique<TgaFile>();
-  *result = file->Open(path);
-  return *result == 0 ? std::move(file) : nullptr;
+  return OpenWith<TgaFile>(path, result);
 }
 
 }  // namespace tarnvel::framekit
