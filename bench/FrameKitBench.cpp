@@ -37,7 +37,6 @@ const Format kTiff16{"tif", 16, "gray16le", "-compression_algo raw"};
 const Format kPng16{"png", 16, "gray16le", "-pred up -compression_level 1"};
 const Format kJpeg8{"jpg", 8, "gray", "-q:v 3"};
 
-using tarnvel::bench::ChildSeconds;
 using tarnvel::bench::ProcessSeconds;
 
 std::filesystem::path Folder() {
@@ -109,19 +108,7 @@ void BM_FFmpeg(benchmark::State& state, const Format& format, bool oneThread) {
                               " -s " + std::to_string(kWidth) + "x" + std::to_string(kHeight) + " -i " +
                               raw.string() + (oneThread ? " -threads 1 " : " ") + format.ffmpegOptions + " " +
                               (Folder() / ("ff%02d." + std::string(format.extension))).string();
-  const double cpuStart = ChildSeconds();
-  for (auto _ : state) {
-    const auto start = std::chrono::steady_clock::now();
-    if (std::system(command.c_str()) != 0) {
-      state.SkipWithError("ffmpeg failed");
-      break;
-    }
-    state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-  }
-  state.counters["cpu_fps"] = static_cast<double>(state.iterations() * kFrames) / (ChildSeconds() - cpuStart);
-  state.SetItemsProcessed(state.iterations() * kFrames);
-  state.counters["fps"] =
-      benchmark::Counter(static_cast<double>(state.iterations() * kFrames), benchmark::Counter::kIsRate);
+  tarnvel::bench::TimeCommand(state, command, kFrames);
 }
 
 }  // namespace

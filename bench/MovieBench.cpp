@@ -39,7 +39,6 @@ const Target kMp4Ultrafast{"mp4", 16, tarnvel::framekit::kMovieH264Fast, 0,
 const Target kAviMjpeg{"avi", 13, tarnvel::framekit::kMovieMotionJpeg, 9500,
                        "-c:v mjpeg -q:v 3 -qmin 3 -qmax 3 -pix_fmt yuvj420p"};
 
-using tarnvel::bench::ChildSeconds;
 using tarnvel::bench::ProcessSeconds;
 
 std::filesystem::path Folder() {
@@ -111,18 +110,7 @@ void BM_FFmpeg(benchmark::State& state, const Target& target) {
                               "x" + std::to_string(kHeight) + " -r 25 -i " + raw.string() + " " +
                               target.ffmpegOptions + " " +
                               (Folder() / (std::string("ffmpeg.") + target.extension)).string();
-  const double cpuStart = ChildSeconds();
-  for (auto _ : state) {
-    const auto start = std::chrono::steady_clock::now();
-    if (std::system(command.c_str()) != 0) {
-      state.SkipWithError("ffmpeg failed");
-      break;
-    }
-    state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-  }
-  const double frames = static_cast<double>(state.iterations() * kFrames);
-  state.counters["fps"] = benchmark::Counter(frames, benchmark::Counter::kIsRate);
-  state.counters["cpu_fps"] = frames / (ChildSeconds() - cpuStart);
+  tarnvel::bench::TimeCommand(state, command, kFrames);
 }
 
 }  // namespace
