@@ -43,6 +43,11 @@ std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frame
   const std::uint8_t* raw = rawFrame_.pixels.data();
   const std::uint32_t depth = bits ? bits : geometry_.bits;
   const std::size_t pictureBytes = std::size_t{geometry_.width} * geometry_.height * BytesOf(depth);
+  // The delivery must hold the picture the geometry promises.
+  if (rawFrame_.pixels.size() < pictureBytes) {
+    *result = -1;
+    return nullptr;
+  }
   std::uint8_t* picture = workBuffer_.data();
   if (args_->overlayFlags != 0 && (args_->topBar || args_->bottomBar)) {
     const std::size_t bar = std::size_t{geometry_.width} * static_cast<std::uint32_t>(textBarHeight_) * BytesOf(depth);
