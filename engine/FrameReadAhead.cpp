@@ -5,8 +5,8 @@
 namespace tarnvel {
 
 void ReadRawFrame(RawSource& source, std::int32_t index, bool cameraBlock, RawFrame& frame) {
-  const std::uint64_t bytes = FrameBytes(source.Handle());
-  if (frame.pixels.size() < bytes) frame.pixels.resize(bytes);
+  frame.bytes = FrameBytes(source.Handle());
+  if (frame.pixels.size() < frame.bytes) frame.pixels.resize(frame.bytes);
   frame.index = index;
   for (int attempt = 0; attempt < 3; ++attempt)
     if ((frame.result = source.ReadFrame(index, frame.pixels.data())) == 0) break;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -21,7 +22,8 @@ namespace tarnvel {
 struct RawFrame {
   std::int32_t index = -1;  // -1: nothing read
   int result = 0;           // the driver's result of the read
-  std::vector<std::uint8_t> pixels;
+  std::vector<std::uint8_t> pixels;  // may be longer than what the read delivered
+  std::size_t bytes = 0;              // what it delivered
   TimeStampBlock time{};
   bool hasCameraBlock = false;
   std::array<std::uint8_t, 1024> cameraBlock{};

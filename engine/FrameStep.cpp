@@ -44,7 +44,7 @@ std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frame
   const std::uint32_t depth = bits ? bits : geometry_.bits;
   const std::size_t pictureBytes = std::size_t{geometry_.width} * geometry_.height * BytesOf(depth);
   // The delivery must hold the picture the geometry promises.
-  if (rawFrame_.pixels.size() < pictureBytes) {
+  if (rawFrame_.bytes < pictureBytes) {
     *result = -1;
     return nullptr;
   }
