@@ -294,14 +294,18 @@ class MovieWriter final : public FrameWriter {
     c.pix_fmt = target;
     c.sample_aspect_ratio = AVRational{1, 1};
     // The playback rate; a rate that is not a positive number plays at 25.
-    const double rate = std::isfinite(header.rate) && header.rate > 0 ? header.rate : 25.0;
+    double rate = std::isfinite(header.rate) && header.rate > 0 ? header.rate : 25.0;
+    // MPEG-1/2 code at most 240 frames per second (60 with the largest rate
+    // extension); a faster playback rate keeps every frame and plays at 240.
+    const bool mpeg = encoder.handler == kMovieMpeg1 || encoder.handler == kMovieMpeg2;
+    if (mpeg) rate = std::min(rate, 240.0);
     const AVRational frameRate = RateOf(rate);
     c.framerate = frameRate;
     c.time_base = av_inv_q(frameRate);
     c.thread_count = 0;
     // A key frame about every second, at most every 250 frames.
     c.gop_size = std::clamp(static_cast<int>(std::lround(rate)), 1, 250);
-    if (encoder.handler == kMovieMpeg1 || encoder.handler == kMovieMpeg2) {
+    if (mpeg) {
       c.max_b_frames = 2;
       c.gop_size = std::min(c.gop_size, 15);
       // Rates other than the broadcast ones, as FFmpeg can code them.
