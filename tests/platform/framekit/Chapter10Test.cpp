@@ -6,13 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <csignal>
 #include <cstring>
-#include <filesystem>
 #include <map>
-#include <sys/resource.h>
 
 #include "platform/framekit/FrameKit.h"
+#include "tests/platform/framekit/FrameKitTestSupport.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel {
@@ -156,10 +154,8 @@ struct Recording {
   std::uint32_t frames;
 };
 
-std::uint32_t BytesPerPixel(const Recording& s) {
-  const std::uint32_t stored = s.mosaic ? s.bits / 3 : s.bits;
-  return stored <= 8 ? 1 : stored <= 16 ? 2 : stored <= 24 ? 3 : 6;
-}
+test::FrameSpec Spec(const Recording& s) { return {s.width, s.height, s.bits, s.mosaic, s.mosaic ? 2u : 0u}; }
+std::uint32_t FrameBytes(const Recording& s) { return static_cast<std::uint32_t>(test::FrameBytes(Spec(s))); }
 
 // 2024-03-01 12:34:56.789 UTC, in nanoseconds since 1970.
 constexpr std::uint64_t kStart = 1709296496789000000ull;
@@ -167,16 +163,9 @@ constexpr std::uint64_t kStart = 1709296496789000000ull;
 int WriteCh10(const std::string& path, const Recording& s, bool blocks = true) {
   FrameHandle handle = nullptr;
   if (const int opened = OpenOutput(path.c_str(), 1, &handle); opened != 0) return opened;
-  FrameHeader header;
-  header.width = s.width;
-  header.height = s.height;
-  header.bits = s.bits;
-  header.colorKind = s.bits > 16 ? 2 : 1;
+  FrameHeader header = test::MakeHeader(Spec(s));
   header.rate = s.rate;
-  header.mosaic = s.mosaic ? 1 : 0;
-  header.mosaicOrder = s.mosaic ? 2 : 0;
-  FillGreyPalette(header);
-  const std::uint32_t bytes = s.width * s.height * BytesPerPixel(s);
+  const std::uint32_t bytes = FrameBytes(s);
   int result = 0;
   for (std::uint32_t i = 0; i < s.frames && result == 0; ++i) {
     const std::string pixels = Pixels(bytes, i);
@@ -243,9 +232,8 @@ TEST(Chapter10, EveryPacketChecksOutAndCarriesTheFramesAndBlocks) {
     EXPECT_TRUE(problems.empty());
     ASSERT_EQ(f.images.size(), s.frames);
     ASSERT_EQ(f.blocks.size(), s.frames);
-    const std::uint32_t bytes = s.width * s.height * BytesPerPixel(s);
     for (std::uint32_t i = 0; i < s.frames; ++i) {
-      EXPECT_EQ(f.images[i], Pixels(bytes, i)) << "frame " << i;
+      EXPECT_EQ(f.images[i], Pixels(FrameBytes(s), i)) << "frame " << i;
       EXPECT_EQ(f.blocks[i], GevsBlock(i, kStart + i * 1000)) << "block " << i;
       const std::uint64_t expected = static_cast<std::uint64_t>(std::llround(i * 1e7 / s.rate));
       EXPECT_EQ(f.imageTimes[i], expected);
@@ -281,11 +269,7 @@ TEST(Chapter10, FramesWithoutBlocksAndBadCalls) {
   // One geometry a file; a depth outside what the type takes.
   FrameHandle handle = nullptr;
   ASSERT_EQ(OpenOutput(dir.File("two.ch10").c_str(), 1, &handle), 0);
-  FrameHeader header;
-  header.width = header.height = 8;
-  header.bits = 8;
-  header.colorKind = 1;
-  header.rate = 25;
+  FrameHeader header = test::MakeHeader({8, 8, 8});
   const std::string pixels(16 * 16 * 2, '\x11');
   EXPECT_EQ(WriteFrame(handle, 0, 3, &header, nullptr, pixels.data()), 0);
   header.width = 16;
@@ -297,35 +281,12 @@ TEST(Chapter10, FramesWithoutBlocksAndBadCalls) {
   EXPECT_TRUE(ReadPackets(test::ReadFile(dir.File("two.ch10"))).problems.empty());
 }
 
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &saved_);
-    previous_ = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = saved_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &saved_);
-    std::signal(SIGXFSZ, previous_);
-  }
-
- private:
-  rlimit saved_{};
-  void (*previous_)(int) = nullptr;
-};
-
 TEST(Chapter10, AFullDiskEndsWithAFailureAndWholePacketsBeforeIt) {
   test::TempDir dir;
   const Recording recording{256, 256, 16, false, 25.0f, 20};
   const std::string path = dir.File("cut.ch10");
-  int result = 0;
-  {
-    FileSizeLimit limit(5 * 256 * 256 * 2 + 5000);
-    result = WriteCh10(path, recording);
-  }
-  EXPECT_EQ(result, kFkWriteFailed);
+  EXPECT_EQ(test::WriteWithSizeLimit(5 * 256 * 256 * 2 + 5000, [&] { return WriteCh10(path, recording); }),
+            kFkWriteFailed);
   const std::string file = test::ReadFile(path);
   const Reading r = ReadPackets(file);
   EXPECT_TRUE(r.problems.empty());
@@ -335,8 +296,7 @@ TEST(Chapter10, AFullDiskEndsWithAFailureAndWholePacketsBeforeIt) {
   EXPECT_GE(f.images.size(), 4u);
   EXPECT_EQ(f.blocks.size(), f.images.size());
   for (std::size_t i = 0; i < f.images.size(); ++i) EXPECT_EQ(f.images[i], Pixels(256 * 256 * 2, std::uint32_t(i)));
-  if (std::filesystem::exists("/dev/full")) {
-    std::filesystem::create_symlink("/dev/full", dir.File("full.ch10"));
+  if (test::LinkToFullDevice(dir.File("full.ch10"))) {
     EXPECT_EQ(WriteCh10(dir.File("full.ch10"), recording), kFkWriteFailed);
   }
 }
