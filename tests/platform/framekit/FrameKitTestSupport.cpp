@@ -16,7 +16,7 @@ FrameHeader MakeHeader(const FrameSpec& spec) {
   h.height = spec.height;
   h.bits = spec.bits;
   h.colorKind = spec.bits > 16 ? kColorKindColor : kColorKindGrey;
-  h.rate = 250.0f;
+  h.rate = spec.rate;
   h.model = 0x00020011;
   h.serial = 4711;
   h.mosaic = spec.mosaic ? 1 : 0;

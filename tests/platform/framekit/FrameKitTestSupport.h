@@ -15,6 +15,7 @@ struct FrameSpec {
   std::uint32_t width = 0, height = 0, bits = 8;
   bool mosaic = false;
   std::uint32_t mosaicOrder = 0;
+  float rate = 250.0f;
 };
 
 // The header that the frame step would fill for such a frame.

@@ -136,8 +136,9 @@ TEST_P(DamagedImages, FailWithAResultAndNeverCrash) {
 
   // Wrong magic.
   const std::string wrongPath = dir.File("wrong." + ext);
-  test::WriteFile(wrongPath,
-                  std::string{static_cast<char>(bytes[0] ^ 0x5A), static_cast<char>(bytes[1] ^ 0x5A)} + bytes.substr(2));
+  std::string wrong = bytes;
+  for (int i : {0, 1}) wrong[i] = static_cast<char>(wrong[i] ^ 0x5A);
+  test::WriteFile(wrongPath, wrong);
   if (ext != "tga") {  // TGA has no magic: its header is still valid
     EXPECT_EQ(GetImageInfo(wrongPath.c_str(), &info), kFkNotAnImage);
     EXPECT_NE(LoadGuarded(wrongPath, rowLength, 40, buffer), 0);

@@ -162,7 +162,9 @@ TEST(RoundTripExtras, ParallelWritersOnDifferentHandlesKeepTheirFrames) {
   test::TempDir dir;
   const char* const extensions[] = {"mpt", "mcf", "png", "jpg", "dpx", "mrf"};
   auto spec = [](int t) { return FrameSpec{64 + static_cast<std::uint32_t>(t), 32, t % 2 ? 8u : 24u}; };
-  auto path = [&](int t, int round) { return dir.File(std::to_string(t) + "_" + std::to_string(round) + "." + extensions[t]); };
+  auto path = [&](int t, int round) {
+    return dir.File(std::to_string(t) + "_" + std::to_string(round) + "." + extensions[t]);
+  };
   std::vector<std::thread> threads;
   std::atomic<int> failures{0};
   for (int t = 0; t < 6; ++t)

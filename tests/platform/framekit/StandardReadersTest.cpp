@@ -30,17 +30,12 @@ TEST(StandardReaders, TiffinfoOpensEveryTiffDngAndMultipageFile) {
     for (const char* ext : {"tif", "dng", "mpt"}) {
       const std::string path = WriteWithRaw(dir, "t" + std::to_string(bits) + "." + ext, {37, 23, bits},
                                             std::string(ext) == "mpt" ? 3 : 1);
-      std::string out;
+      std::string out, pages;
       ASSERT_EQ(test::RunCommand("tiffinfo " + path, &out), 0) << path << out;
       EXPECT_THAT(out, ::testing::HasSubstr("Image Width: 37 Image Length: 23")) << path;
       EXPECT_THAT(out, ::testing::Not(::testing::HasSubstr("Error"))) << path << out;
-      if (std::string(ext) == "mpt") {
-        std::size_t pages = 0;
-        for (std::size_t at = out.find("TIFF Directory"); at != std::string::npos;
-             at = out.find("TIFF Directory", at + 1))
-          ++pages;
-        EXPECT_EQ(pages, 3u);
-      }
+      ASSERT_EQ(test::RunCommand("tiffinfo " + path + " | grep -c 'TIFF Directory'", &pages), 0);
+      EXPECT_EQ(std::stoul(pages), std::string(ext) == "mpt" ? 3u : 1u) << path;
       if (bits == 12 && std::string(ext) == "tif") {
         EXPECT_THAT(out, ::testing::HasSubstr("Max Sample Value: 4095"));
       }
