@@ -1,9 +1,10 @@
 #include "tests/platform/framekit/FrameKitTestSupport.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <sys/resource.h>
 
 #include "tests/support/TestFiles.h"
 
@@ -15,7 +16,7 @@ FrameHeader MakeHeader(const FrameSpec& spec) {
   h.height = spec.height;
   h.bits = spec.bits;
   h.colorKind = spec.bits > 16 ? kColorKindColor : kColorKindGrey;
-  h.rate = 250.0f;
+  h.rate = spec.rate;
   h.model = 0x00020011;
   h.serial = 4711;
   h.mosaic = spec.mosaic ? 1 : 0;
@@ -90,6 +91,25 @@ int WritePatternFile(const std::string& path, const FrameSpec& spec, std::uint32
   }
   const int closed = CloseOutput(handle);
   return result != 0 ? result : closed;
+}
+
+int WriteWithSizeLimit(std::uintmax_t bytes, const std::function<int()>& write) {
+  rlimit saved{};
+  getrlimit(RLIMIT_FSIZE, &saved);
+  const auto previous = std::signal(SIGXFSZ, SIG_IGN);  // a failed write, not a killed process
+  rlimit limit = saved;
+  limit.rlim_cur = static_cast<rlim_t>(bytes);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  const int result = write();
+  setrlimit(RLIMIT_FSIZE, &saved);
+  std::signal(SIGXFSZ, previous);
+  return result;
+}
+
+bool LinkToFullDevice(const std::string& path) {
+  if (!std::filesystem::exists("/dev/full")) return false;
+  std::filesystem::create_symlink("/dev/full", path);
+  return true;
 }
 
 std::string InspectProgram() {

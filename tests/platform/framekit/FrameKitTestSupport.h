@@ -1,8 +1,9 @@
-// Frames of known content for the image library's tests.
+// Frames of known content, and disks that refuse bytes, for the image library's tests.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ struct FrameSpec {
   std::uint32_t width = 0, height = 0, bits = 8;
   bool mosaic = false;
   std::uint32_t mosaicOrder = 0;
+  float rate = 250.0f;
 };
 
 // The header that the frame step would fill for such a frame.
@@ -32,6 +34,14 @@ bool JoinsBlock(const std::string& path);
 // Writes `frames` frames of the pattern to `path` and returns the first failing
 // result, or 0. Blocks go with every frame when `withBlocks`.
 int WritePatternFile(const std::string& path, const FrameSpec& spec, std::uint32_t frames, bool withBlocks = true);
+
+// Runs `write` as on a disk that fills up after `bytes` bytes of any one file and
+// returns its result. A file-size limit fails writes past it as a full disk does,
+// without privileges or a special file system.
+int WriteWithSizeLimit(std::uintmax_t bytes, const std::function<int()>& write);
+// Makes `path` a link to /dev/full, which accepts the open and refuses every byte
+// with "no space left"; false where the system has no /dev/full.
+bool LinkToFullDevice(const std::string& path);
 
 // The path of the built tarnvel-inspect.
 std::string InspectProgram();

@@ -5,9 +5,9 @@
 
 #include <atomic>
 #include <cstring>
-#include <thread>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
@@ -27,35 +27,30 @@ struct Case {
   bool mosaic;
 };
 
-// Single-image types get one frame (one file per frame); the others three.
 const Case kCases[] = {
-    {"tif", 1, 8, false},  {"tif", 1, 12, false}, {"tif", 1, 16, false},  {"tif", 1, 24, false},
-    {"tif", 1, 36, false}, {"tif", 1, 48, false}, {"tif", 1, 5, false},   {"bmp", 2, 8, false},
-    {"bmp", 2, 24, false}, {"png", 4, 8, false},  {"png", 4, 6, false},   {"png", 4, 12, false},
-    {"png", 4, 16, false}, {"png", 4, 24, false}, {"png", 4, 30, false},  {"png", 4, 48, false},
-    {"tp2", 5, 8, false},  {"tp2", 5, 24, true},  {"fba", 6, 8, false},   {"fba", 6, 16, false},
-    {"fba", 6, 48, false}, {"fba", 6, 36, true},  {"dpx", 7, 8, false},   {"dpx", 7, 10, false},
-    {"dpx", 7, 16, false}, {"dpx", 7, 24, false}, {"dpx", 7, 48, false},  {"tga", 9, 8, false},
-    {"tga", 9, 24, false}, {"dng", 51, 8, false}, {"dng", 51, 12, false}, {"dng", 51, 16, false},
-    {"dng", 51, 24, false}, {"dng", 51, 48, false}, {"mpt", 11, 8, false}, {"mpt", 11, 12, false},
+    {"tif", 1, 8, false},   {"tif", 1, 12, false},  {"tif", 1, 16, false},  {"tif", 1, 24, false},
+    {"tif", 1, 36, false},  {"tif", 1, 48, false},  {"tif", 1, 5, false},   {"bmp", 2, 8, false},
+    {"bmp", 2, 24, false},  {"png", 4, 8, false},   {"png", 4, 6, false},   {"png", 4, 12, false},
+    {"png", 4, 16, false},  {"png", 4, 24, false},  {"png", 4, 30, false},  {"png", 4, 48, false},
+    {"tp2", 5, 8, false},   {"tp2", 5, 24, true},   {"fba", 6, 8, false},   {"fba", 6, 16, false},
+    {"fba", 6, 48, false},  {"fba", 6, 36, true},   {"dpx", 7, 8, false},   {"dpx", 7, 10, false},
+    {"dpx", 7, 16, false},  {"dpx", 7, 24, false},  {"dpx", 7, 48, false},  {"tga", 9, 8, false},
+    {"tga", 9, 24, false},  {"dng", 51, 8, false},  {"dng", 51, 12, false}, {"dng", 51, 16, false},
+    {"dng", 51, 24, false}, {"dng", 51, 48, false}, {"mpt", 11, 8, false},  {"mpt", 11, 12, false},
     {"mpt", 11, 16, false}, {"mpt", 11, 24, false}, {"mpt", 11, 48, false}, {"mrf", 12, 8, false},
-    {"mrf", 12, 16, false}, {"mrf", 12, 24, true}, {"mrf", 12, 48, true}, {"mcf", 14, 8, false},
+    {"mrf", 12, 16, false}, {"mrf", 12, 24, true},  {"mrf", 12, 48, true},  {"mcf", 14, 8, false},
     {"mcf", 14, 12, false}, {"mcf", 14, 16, false}, {"mcf", 14, 24, false}, {"mcf", 14, 48, false},
-    {"mcf", 14, 36, true}, {"bld", 15, 8, false},  {"bld", 15, 16, false}, {"bld", 15, 24, false},
-    {"bld", 15, 48, false}, {"t2c", 21, 8, false}, {"t2c", 21, 24, true},
+    {"mcf", 14, 36, true},  {"bld", 15, 8, false},  {"bld", 15, 16, false}, {"bld", 15, 24, false},
+    {"bld", 15, 48, false}, {"t2c", 21, 8, false},  {"t2c", 21, 24, true},
 };
-
-std::string Name(const Case& c) {
-  return std::string(c.extension) + "_" + std::to_string(c.bits) + (c.mosaic ? "_mosaic" : "");
-}
 
 class RoundTrip : public ::testing::TestWithParam<Case> {};
 
+// Single-image types get one frame (one file per frame); the others three.
 TEST_P(RoundTrip, FramesAndBlocksComeBackBitForBit) {
   const Case& c = GetParam();
-  const bool multi = QueryCapability(c.type, kCapMultiFrameFile) == 0;
-  const std::uint32_t frames = multi ? 3 : 1;
-  FrameSpec spec{37, 23, c.bits, c.mosaic, c.mosaic ? 2u : 0u};
+  const std::uint32_t frames = QueryCapability(c.type, kCapMultiFrameFile) == 0 ? 3 : 1;
+  const FrameSpec spec{37, 23, c.bits, c.mosaic, c.mosaic ? 2u : 0u};
   test::TempDir dir;
   const std::string path = dir.File("out." + std::string(c.extension));
   ASSERT_EQ(test::WritePatternFile(path, spec, frames), 0);
@@ -65,8 +60,7 @@ TEST_P(RoundTrip, FramesAndBlocksComeBackBitForBit) {
   ASSERT_TRUE(file) << FrameKitResultText(result);
   const auto& info = file->Info();
   EXPECT_EQ(info.fileType, c.type);
-  EXPECT_EQ(info.width, 37u);
-  EXPECT_EQ(info.height, 23u);
+  EXPECT_EQ(std::pair(info.width, info.height), std::pair(37u, 23u));
   EXPECT_EQ(info.bits, c.bits) << "significant bits recorded";
   EXPECT_EQ(info.mosaic, c.mosaic ? 1u : 0u);
   EXPECT_EQ(info.mosaicOrder, c.mosaic ? 2u : 0u);
@@ -81,23 +75,25 @@ TEST_P(RoundTrip, FramesAndBlocksComeBackBitForBit) {
   }
 
   // The command-line reader agrees: the listing, and the last frame's pixels.
-  const std::string inspect = test::InspectProgram();
+  const std::string inspect = test::InspectProgram(), last = std::to_string(frames - 1);
   std::string listing;
   ASSERT_EQ(test::RunCommand(inspect + " " + path, &listing), 0) << listing;
-  EXPECT_THAT(listing, ::testing::HasSubstr("type " + std::to_string(c.type) + " (" + c.extension + ")"));
-  EXPECT_THAT(listing, ::testing::HasSubstr("bits " + std::to_string(c.bits) + "\n"));
-  EXPECT_THAT(listing, ::testing::HasSubstr("frames " + std::to_string(frames) + "\n"));
-  EXPECT_THAT(listing, ::testing::HasSubstr("frame " + std::to_string(frames - 1) +
-                                            ": magic=OKN_BD1 frameIndex=" + std::to_string(frames - 1)));
+  using ::testing::HasSubstr;
+  EXPECT_THAT(listing, HasSubstr("type " + std::to_string(c.type) + " (" + c.extension + ")"));
+  EXPECT_THAT(listing, HasSubstr("bits " + std::to_string(c.bits) + "\n"));
+  EXPECT_THAT(listing, HasSubstr("frames " + std::to_string(frames) + "\n"));
+  EXPECT_THAT(listing, HasSubstr("frame " + last + ": magic=OKN_BD1 frameIndex=" + last));
   const std::string dump = dir.File("dump.raw");
-  ASSERT_EQ(test::RunCommand(inspect + " " + path + " --dump " + std::to_string(frames - 1) + " " + dump), 0);
+  ASSERT_EQ(test::RunCommand(inspect + " " + path + " --dump " + last + " " + dump), 0);
   const auto expected = test::PatternFrame(spec, frames - 1);
   EXPECT_EQ(test::ReadFile(dump), std::string(expected.begin(), expected.end()));
   EXPECT_NE(test::RunCommand(inspect + " " + path + " --dump " + std::to_string(frames) + " " + dump), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(AllTypes, RoundTrip, ::testing::ValuesIn(kCases),
-                         [](const auto& param) { return Name(param.param); });
+INSTANTIATE_TEST_SUITE_P(AllTypes, RoundTrip, ::testing::ValuesIn(kCases), [](const auto& param) {
+  const Case& c = param.param;
+  return std::string(c.extension) + "_" + std::to_string(c.bits) + (c.mosaic ? "_mosaic" : "");
+});
 
 TEST(RoundTripExtras, FramesWithoutBlocksHaveNoMetadata) {
   test::TempDir dir;
@@ -113,9 +109,13 @@ TEST(RoundTripExtras, FramesWithoutBlocksHaveNoMetadata) {
   }
 }
 
-TEST(RoundTripExtras, MultipageTiffCompressorsAreLosslessAndShrinkTheFile) {
+// Each compressor keeps a smooth ramp exactly; LZW and Deflate shrink it, and
+// JPEG's quality option moves the file size.
+TEST(RoundTripExtras, CompressorsAndQualityAreHonoured) {
   test::TempDir dir;
-  const FrameSpec spec{256, 64, 16};
+  const FrameHeader header = test::MakeHeader({256, 64, 16});
+  std::vector<std::uint16_t> ramp(256 * 64);
+  for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<std::uint16_t>((i % 256) * 256);
   std::uintmax_t plainSize = 0;
   for (std::uint32_t handler : {framekit::kTiffNoCompression, framekit::kTiffLzw, framekit::kTiffDeflate,
                                 framekit::kTiffPackBits}) {
@@ -123,12 +123,8 @@ TEST(RoundTripExtras, MultipageTiffCompressorsAreLosslessAndShrinkTheFile) {
     options.handler = handler;
     ASSERT_EQ(SetOptions(11, &options), 0);
     const std::string path = dir.File("c" + std::to_string(handler) + ".mpt");
-    // A smooth ramp, which compresses.
     FrameHandle handle = nullptr;
     ASSERT_EQ(OpenOutput(path.c_str(), 1, &handle), 0);
-    const FrameHeader header = test::MakeHeader(spec);
-    std::vector<std::uint16_t> ramp(256 * 64);
-    for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<std::uint16_t>((i % 256) * 256);
     for (std::uint32_t f = 0; f < 2; ++f) ASSERT_EQ(WriteFrame(handle, f, 2, &header, nullptr, ramp.data()), 0);
     ASSERT_EQ(CloseOutput(handle), 0);
     int result = 0;
@@ -136,37 +132,27 @@ TEST(RoundTripExtras, MultipageTiffCompressorsAreLosslessAndShrinkTheFile) {
     ASSERT_TRUE(file);
     framekit::DecodedFrame frame;
     ASSERT_EQ(file->ReadFrame(1, frame), 0);
+    ASSERT_EQ(frame.pixels.size(), ramp.size() * 2);
     EXPECT_EQ(std::memcmp(frame.pixels.data(), ramp.data(), frame.pixels.size()), 0) << handler;
     const auto size = std::filesystem::file_size(path);
-    if (handler == framekit::kTiffNoCompression) plainSize = size;
-    else if (handler != framekit::kTiffPackBits) {
+    if (handler == framekit::kTiffNoCompression) {
+      plainSize = size;
+    } else if (handler != framekit::kTiffPackBits) {
       EXPECT_LT(size * 4, plainSize) << handler;
     }
   }
-  FrameOptions reset;
-  reset.handler = framekit::kTiffNoCompression;
-  SetOptions(11, &reset);
-}
-
-TEST(RoundTripExtras, JpegFollowsItsQualityOption) {
-  test::TempDir dir;
-  const FrameSpec spec{128, 96, 24};
   std::uintmax_t sizes[2];
-  const std::uint32_t qualities[2] = {1000, 10000};
   for (int i = 0; i < 2; ++i) {
     FrameOptions options;
-    options.quality = qualities[i];
+    options.quality = i == 0 ? 1000 : 10000;
     ASSERT_EQ(SetOptions(3, &options), 0);
     const std::string path = dir.File("q" + std::to_string(i) + ".jpg");
-    ASSERT_EQ(test::WritePatternFile(path, spec, 1), 0);
+    ASSERT_EQ(test::WritePatternFile(path, {128, 96, 24}, 1), 0);
     sizes[i] = std::filesystem::file_size(path);
-    ImageInfo info{};
-    ASSERT_EQ(GetImageInfo(path.c_str(), &info), 0);
-    EXPECT_EQ(info.bits, 24u);
-    EXPECT_EQ(info.width, 128u);
   }
   EXPECT_LT(sizes[0] * 2, sizes[1]);
   FrameOptions reset;
+  SetOptions(11, &reset);
   reset.quality = framekit::kDefaultJpegQuality;
   SetOptions(3, &reset);
 }
@@ -175,33 +161,32 @@ TEST(RoundTripExtras, JpegFollowsItsQualityOption) {
 TEST(RoundTripExtras, ParallelWritersOnDifferentHandlesKeepTheirFrames) {
   test::TempDir dir;
   const char* const extensions[] = {"mpt", "mcf", "png", "jpg", "dpx", "mrf"};
+  auto spec = [](int t) { return FrameSpec{64 + static_cast<std::uint32_t>(t), 32, t % 2 ? 8u : 24u}; };
+  auto path = [&](int t, int round) {
+    return dir.File(std::to_string(t) + "_" + std::to_string(round) + "." + extensions[t]);
+  };
   std::vector<std::thread> threads;
   std::atomic<int> failures{0};
   for (int t = 0; t < 6; ++t)
     threads.emplace_back([&, t] {
-      const FrameSpec spec{64 + static_cast<std::uint32_t>(t), 32, t % 2 ? 8u : 24u};
-      const std::string ext = extensions[t];
-      const bool multi = ext == "mpt" || ext == "mcf" || ext == "mrf";
+      const bool multi = t == 0 || t == 1 || t == 5;
       for (int round = 0; round < 5; ++round)
-        if (test::WritePatternFile(dir.File(std::to_string(t) + "_" + std::to_string(round) + "." + ext), spec,
-                                   multi ? 4 : 1) != 0)
-          ++failures;
+        if (test::WritePatternFile(path(t, round), spec(t), multi ? 4 : 1) != 0) ++failures;
     });
   for (auto& th : threads) th.join();
   ASSERT_EQ(failures, 0);
   for (int t = 0; t < 6; ++t) {
-    const std::string ext = extensions[t];
-    if (ext == "jpg") continue;  // lossy
-    const FrameSpec spec{64 + static_cast<std::uint32_t>(t), 32, t % 2 ? 8u : 24u};
+    if (t == 3) continue;  // JPEG is lossy
     int result = 0;
-    auto file = framekit::OpenImageFile(dir.File(std::to_string(t) + "_4." + ext), &result);
-    ASSERT_TRUE(file) << ext;
+    auto file = framekit::OpenImageFile(path(t, 4), &result);
+    ASSERT_TRUE(file) << extensions[t];
     framekit::DecodedFrame frame;
     ASSERT_EQ(file->ReadFrame(0, frame), 0);
-    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, 0)) << ext;
+    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec(t), 0)) << extensions[t];
   }
 }
 
+// The suite's container layout read byte by byte, not through the library's reader.
 TEST(RoundTripExtras, ContainerHeaderFollowsTheDocumentedLayout) {
   test::TempDir dir;
   const std::string path = dir.File("layout.mrf");
@@ -209,57 +194,33 @@ TEST(RoundTripExtras, ContainerHeaderFollowsTheDocumentedLayout) {
   ASSERT_EQ(test::WritePatternFile(path, spec, 2), 0);
   const std::string bytes = test::ReadFile(path);
   ASSERT_EQ(bytes.size(), 64u + 2 * (10 * 4 * 2 + 1024));
-  auto u32 = [&](std::size_t at) {
+  EXPECT_EQ(bytes.substr(0, 8), std::string("OKN-MRF\0", 8));
+  // offset, value: header size, type, width, height, bits, mosaic, order, frames, frame bytes
+  const std::pair<std::size_t, std::uint32_t> fields[] = {{8, 64}, {16, 12}, {20, 10}, {24, 4}, {28, 36},
+                                                          {36, 1}, {40, 3},  {44, 2},  {48, 80}};
+  for (const auto& [at, value] : fields) {
     std::uint32_t v;
     std::memcpy(&v, bytes.data() + at, 4);
-    return v;
-  };
-  EXPECT_EQ(bytes.substr(0, 8), std::string("OKN-MRF\0", 8));
-  EXPECT_EQ(u32(8), 64u);
-  EXPECT_EQ(u32(16), 12u);
-  EXPECT_EQ(u32(20), 10u);
-  EXPECT_EQ(u32(24), 4u);
-  EXPECT_EQ(u32(28), 36u);
-  EXPECT_EQ(u32(36), 1u) << "mosaic flag";
-  EXPECT_EQ(u32(40), 3u);
-  EXPECT_EQ(u32(44), 2u);
-  EXPECT_EQ(u32(48), 80u);
+    EXPECT_EQ(v, value) << "at " << at;
+  }
   const auto second = test::PatternFrame(spec, 1);
   EXPECT_EQ(bytes.substr(64 + 80 + 1024, 80), std::string(second.begin(), second.end()));
   const auto block = test::PatternBlock(1);
   EXPECT_EQ(bytes.substr(64 + 2 * 80 + 1024, 1024), std::string(block.begin(), block.end()));
 }
 
-}  // namespace
-}  // namespace tarnvel
-
-namespace tarnvel {
-namespace {
-
 // A multipage TIFF past 4 GiB must be BigTIFF and open in libtiff and Pillow.
-// Writes 5.2 GB, so it does not run in CI: run it by hand with
+// Writes 5.5 GB, so it does not run in CI: run it by hand with
 //   framekit_tests --gtest_also_run_disabled_tests --gtest_filter='*BigMultipage*'
 TEST(RoundTripLarge, DISABLED_BigMultipageTiffPassesFourGigabytes) {
   test::TempDir dir;
   const std::string path = dir.File("big.mpt");
-  const std::uint32_t width = 1280, height = 1024, frames = 2100;  // 2.5 MiB a frame: 5.5 GB
-  FrameHandle handle = nullptr;
-  ASSERT_EQ(OpenOutput(path.c_str(), 1, &handle), 0);
-  const FrameHeader header = test::MakeHeader({width, height, 16});
-  std::vector<std::uint16_t> pixels(std::size_t{width} * height);
-  auto fill = [&](std::uint32_t frame) {
-    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<std::uint16_t>(i * 3 + frame * 7919);
-  };
-  for (std::uint32_t f = 0; f < frames; ++f) {
-    fill(f);
-    ASSERT_EQ(WriteFrame(handle, f, frames, &header, test::PatternBlock(f).data(), pixels.data()), 0) << f;
-  }
-  ASSERT_EQ(CloseOutput(handle), 0);
-  EXPECT_GT(std::filesystem::file_size(path), 5ull << 30);
+  const std::uint32_t frames = 2100;  // 2.5 MiB a frame
+  const FrameSpec spec{1280, 1024, 16};
+  ASSERT_EQ(test::WritePatternFile(path, spec, frames), 0);
   char signature[4] = {};
   std::ifstream(path, std::ios::binary).read(signature, 4);
   EXPECT_EQ(std::string(signature, 4), std::string("II+\0", 4)) << "BigTIFF signature";
-
   int result = 0;
   auto file = framekit::OpenImageFile(path, &result);
   ASSERT_TRUE(file);
@@ -267,16 +228,14 @@ TEST(RoundTripLarge, DISABLED_BigMultipageTiffPassesFourGigabytes) {
   for (std::uint32_t f : {0u, 1717u, frames - 1}) {
     framekit::DecodedFrame frame;
     ASSERT_EQ(file->ReadFrame(f, frame), 0);
-    fill(f);
-    EXPECT_EQ(std::memcmp(frame.pixels.data(), pixels.data(), frame.pixels.size()), 0) << f;
+    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, f)) << f;
     EXPECT_TRUE(frame.metadata == test::PatternBlock(f));
   }
   std::string out;
   EXPECT_EQ(test::RunCommand("tiffinfo " + path + " | grep -c 'TIFF Directory'", &out), 0);
   EXPECT_EQ(std::stoul(out), frames);
-  EXPECT_EQ(test::RunPython("from PIL import Image\nim = Image.open('" + path + "')\n"
-                            "im.seek(" + std::to_string(frames - 1) + "); im.load()\n"
-                            "print(im.size, im.mode, im.n_frames)\n", &out), 0) << out;
+  EXPECT_EQ(test::RunPython("from PIL import Image\nim = Image.open('" + path + "')\nim.seek(" +
+                                std::to_string(frames - 1) + "); im.load()\nprint(im.size)\n", &out), 0) << out;
   EXPECT_THAT(out, ::testing::HasSubstr("(1280, 1024)"));
 }
 

@@ -30,17 +30,12 @@ TEST(StandardReaders, TiffinfoOpensEveryTiffDngAndMultipageFile) {
     for (const char* ext : {"tif", "dng", "mpt"}) {
       const std::string path = WriteWithRaw(dir, "t" + std::to_string(bits) + "." + ext, {37, 23, bits},
                                             std::string(ext) == "mpt" ? 3 : 1);
-      std::string out;
+      std::string out, pages;
       ASSERT_EQ(test::RunCommand("tiffinfo " + path, &out), 0) << path << out;
       EXPECT_THAT(out, ::testing::HasSubstr("Image Width: 37 Image Length: 23")) << path;
       EXPECT_THAT(out, ::testing::Not(::testing::HasSubstr("Error"))) << path << out;
-      if (std::string(ext) == "mpt") {
-        std::size_t pages = 0;
-        for (std::size_t at = out.find("TIFF Directory"); at != std::string::npos;
-             at = out.find("TIFF Directory", at + 1))
-          ++pages;
-        EXPECT_EQ(pages, 3u);
-      }
+      ASSERT_EQ(test::RunCommand("tiffinfo " + path + " | grep -c 'TIFF Directory'", &pages), 0);
+      EXPECT_EQ(std::stoul(pages), std::string(ext) == "mpt" ? 3u : 1u) << path;
       if (bits == 12 && std::string(ext) == "tif") {
         EXPECT_THAT(out, ::testing::HasSubstr("Max Sample Value: 4095"));
       }
@@ -122,11 +117,8 @@ TEST(StandardReaders, DcrawIdentifiesDngAndReadsTheRawValues) {
     std::string out;
     ASSERT_EQ(test::RunCommand("dcraw -i -v " + path, &out), 0) << out;
     EXPECT_THAT(out, ::testing::HasSubstr("Image size:    37 x 23")) << out;
-  }
-  for (std::uint32_t bits : {12u, 16u}) {
+    if (bits != 12 && bits != 16) continue;
     // Document mode: the stored values, unscaled, as a 16-bit big-endian PGM.
-    const std::string path = dir.File("n" + std::to_string(bits) + ".dng");
-    std::string out;
     ASSERT_EQ(test::RunPython(
                   "import subprocess, numpy as np\n"
                   "pgm = subprocess.run(['dcraw', '-D', '-4', '-c', '" + path + "'], capture_output=True).stdout\n"
