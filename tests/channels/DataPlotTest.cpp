@@ -124,10 +124,8 @@ TEST(DataPlot, SelectedChannelLegendAndGreyPens) {
     return static_cast<std::uint16_t>((11 * r + 18 * g + 3 * b) >> 5);
   };
   std::set<std::uint16_t> values(frame.begin(), frame.end());
-  EXPECT_TRUE(values.count(greyOf(0xFFFFFF)));
-  EXPECT_TRUE(values.count(greyOf(0xCCCCCC)));
-  EXPECT_TRUE(values.count(greyOf(0xAAAAAA)));
-  EXPECT_TRUE(values.count(greyOf(ColorAt(8)))) << "background entry 8";
+  for (std::uint32_t c : {0xFFFFFFu, 0xCCCCCCu, 0xAAAAAAu, ColorAt(8)})  // grey pens and background entry 8
+    EXPECT_TRUE(values.count(greyOf(c))) << std::hex << c;
   EXPECT_FALSE(values.count(9999)) << "the plot fills all its rows";
 }
 
