@@ -89,6 +89,7 @@ TEST(ChannelBinary, ReadsHeadAndSamples) {
   int type = 0;
   ASSERT_EQ(ReadChannelData(path.c_str(), &type, &header, &codes), 1);
   EXPECT_EQ(type, 1);
+  EXPECT_STREQ(header.Magic, "OKN_BIN");
   EXPECT_EQ(header.Rate, 3000u);
   EXPECT_EQ(header.Size, 6u);
   EXPECT_EQ(header.T0, -1500);

@@ -35,6 +35,10 @@ TEST(ChannelGen, SignalsFollowTheFrames) {
     EXPECT_LE(std::fabs(v[3]), 2.5f);
   }
   EXPECT_NE(rec.volts[3], rec.volts[7]) << "the noise is no constant";
+  EXPECT_STREQ(rec.header.Magic, "OKN_BIN");
+  plan.channelMask = 0;
+  EXPECT_EQ(MakeChannelRecording(plan).header.Size, 0u);
+  plan.channelMask = 1;
   plan.frameCount = 0;
   EXPECT_EQ(MakeChannelRecording(plan).header.Size, 0u);
   EXPECT_FALSE(WriteChannelFile("/tmp/unused.dat", 1, MakeChannelRecording(plan)));
@@ -69,7 +73,9 @@ TEST(ChannelGen, EveryFormReadsBack) {
       EXPECT_EQ(h->T0, rec.header.T0) << path;
     }
     for (int c = 0; c < 16; ++c) EXPECT_EQ(header.Channels[c].Enable, rec.header.Channels[c].Enable) << path << c;
-    if (type <= 3) EXPECT_EQ(header.SamplesPerFrame, rec.header.SamplesPerFrame) << path;  // forms that carry it
+    if (type <= 3) {  // forms that carry the samples per frame keep it
+      EXPECT_EQ(header.SamplesPerFrame, rec.header.SamplesPerFrame) << path;
+    }
     ASSERT_EQ(codes.size(), rec.volts.size()) << path;
     int off = 0;
     for (std::size_t i = 0; i < codes.size(); ++i) off += std::fabs(codes[i] - IdealCode(rec.volts[i])) > 1.0;

@@ -79,16 +79,23 @@ TEST(ChannelAsc, HeadRulesShortFilesAndLongLabels) {
   ASSERT_EQ(head.ok, 1);
   EXPECT_EQ(std::memcmp(&head.header, &r.header, sizeof r.header), 0);
 
-  // A label longer than its field is cut, never written past it; nothing behind a tag is off.
+  // A label longer than its field is cut, never written past it; a line that
+  // ends early keeps what it has; nothing behind a tag is off.
   WriteFile(path, AscHead("1", "100", "1") +
                       AscChannels("CHANNEL_1=1 " + std::string(300, 'L') + " " + std::string(100, 'U') + " 3.0 1",
-                                  "CHANNEL_3=") +
+                                  "CHANNEL_3=1 B") +
                       "0\n");
   r = ReadAll(path);
   ASSERT_EQ(r.ok, 1);
   EXPECT_EQ(std::strlen(r.header.Channels[1].Label), 127u);
   EXPECT_EQ(std::strlen(r.header.Channels[1].Units), 31u);
   EXPECT_EQ(r.header.Channels[1].ScaleFactor, 3.0f);
+  EXPECT_STREQ(r.header.Channels[3].Label, "B");
+  EXPECT_STREQ(r.header.Channels[3].Units, "");
+  EXPECT_EQ(r.header.Channels[3].ScaleFactor, 1.0f);
+  WriteFile(path, AscHead("1", "100", "1") + AscChannels("CHANNEL_1=1 A", "CHANNEL_3=") + "0\n");
+  r = ReadAll(path);
+  ASSERT_EQ(r.ok, 1);
   EXPECT_EQ(r.header.Channels[3].Enable, 0u);
 }
 
@@ -209,7 +216,9 @@ TEST(ChannelText, DamagedHeadsAreRefused) {
     Read r = ReadAll(path);
     EXPECT_EQ(r.ok, 0) << c.name;
     EXPECT_TRUE(r.codes.empty()) << c.name;
-    if (std::string(c.name).ends_with(".asc")) EXPECT_EQ(ReadAll(path, true).ok, 0) << c.name;
+    if (std::string(c.name).ends_with(".asc")) {
+      EXPECT_EQ(ReadAll(path, true).ok, 0) << c.name;
+    }
   }
 }
 
