@@ -1,6 +1,5 @@
 #include "channels/ChannelXls.h"
 
-#include <freexl.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -18,7 +17,6 @@ using test::TempDir;
 using test::WriteFile;
 
 double IdealCode(double volts) { return 65535.0 * (volts + 10.0) / 20.0; }
-
 XlsCell N(double v) { return XlsCell::Number(v); }
 XlsCell T(const char* s) { return XlsCell::Text(s); }
 
@@ -31,53 +29,29 @@ struct Read {
 Read ReadBook(const std::string& path) {
   Read r;
   r.ok = ReadChannelData(path.c_str(), nullptr, &r.header, &r.codes);
+  EXPECT_EQ(r.codes.size(), r.ok ? r.header.Size : 0u) << path;
   return r;
 }
 
-TEST(XlsWriter, FreeXlOpensWhatItWrites) {
+// xlrd, a reader independent of FreeXL and of our writer.
+std::string Xlrd(const std::string& path, const std::string& expression) {
+  std::string out;
+  EXPECT_EQ(test::RunCommand("/usr/bin/python3 -c \"import sys, xlrd; b = xlrd.open_workbook(sys.argv[1]); print(" +
+                                 expression + ")\" " + path,
+                             &out),
+            0)
+      << out;
+  return out;
+}
+
+TEST(XlsWriter, XlrdReadsWhatItWrites) {
   TempDir dir;
   const std::string path = dir.File("book.xls");
   std::vector<XlsSheet> sheets = {{"Other", {{T("x")}, {N(1)}}},
                                   {"PGDA1", {{T("Times"), T("Channel0")}, {N(0.5), N(-1.25)}, {T("7.5"), XlsCell{}}}}};
   ASSERT_TRUE(WriteXlsWorkbook(path, sheets));
-
-  const void* book = nullptr;
-  ASSERT_EQ(freexl_open(path.c_str(), &book), FREEXL_OK);
-  unsigned int info = 0;
-  EXPECT_EQ(freexl_get_info(book, FREEXL_BIFF_VERSION, &info), FREEXL_OK);
-  EXPECT_EQ(info, unsigned{FREEXL_BIFF_VER_8});
-  EXPECT_EQ(freexl_get_info(book, FREEXL_BIFF_SHEET_COUNT, &info), FREEXL_OK);
-  EXPECT_EQ(info, 2u);
-  const char* name = nullptr;
-  ASSERT_EQ(freexl_get_worksheet_name(book, 1, &name), FREEXL_OK);
-  EXPECT_STREQ(name, "PGDA1");
-  ASSERT_EQ(freexl_select_active_worksheet(book, 1), FREEXL_OK);
-  unsigned int rows = 0;
-  unsigned short columns = 0;
-  ASSERT_EQ(freexl_worksheet_dimensions(book, &rows, &columns), FREEXL_OK);
-  EXPECT_EQ(rows, 3u);
-  EXPECT_EQ(columns, 2u);
-  FreeXL_CellValue cell{};
-  ASSERT_EQ(freexl_get_cell_value(book, 0, 1, &cell), FREEXL_OK);
-  ASSERT_EQ(cell.type, FREEXL_CELL_SST_TEXT);
-  EXPECT_STREQ(cell.value.text_value, "Channel0");
-  ASSERT_EQ(freexl_get_cell_value(book, 1, 1, &cell), FREEXL_OK);
-  ASSERT_EQ(cell.type, FREEXL_CELL_DOUBLE);
-  EXPECT_EQ(cell.value.double_value, -1.25);
-  ASSERT_EQ(freexl_get_cell_value(book, 2, 1, &cell), FREEXL_OK);
-  EXPECT_EQ(cell.type, FREEXL_CELL_NULL);
-  freexl_close(book);
-
-  // xlrd, a reader independent of FreeXL, sees the same sheets and cells.
-  std::string out;
-  ASSERT_EQ(test::RunCommand("/usr/bin/python3 -c \"import sys, xlrd; b = xlrd.open_workbook(sys.argv[1]); "
-                             "print([(s.name, [s.row_values(r) for r in range(s.nrows)]) for s in b.sheets()])\" " +
-                                 path,
-                             &out),
-            0)
-      << out;
-  EXPECT_EQ(out, "[('Other', [['x'], [1.0]]), ('PGDA1', [['Times', 'Channel0'], [0.5, -1.25], ['7.5', '']])]\n");
-
+  EXPECT_EQ(Xlrd(path, "[(s.name, [s.row_values(r) for r in range(s.nrows)]) for s in b.sheets()]"),
+            "[('Other', [['x'], [1.0]]), ('PGDA1', [['Times', 'Channel0'], [0.5, -1.25], ['7.5', '']])]\n");
   EXPECT_FALSE(WriteXlsWorkbook(path, {}));
   EXPECT_FALSE(WriteXlsWorkbook(path, {{std::string(40, 'n'), {}}}));
   EXPECT_FALSE(WriteXlsWorkbook(path, {{"S", std::vector<std::vector<XlsCell>>(65537)}}));
@@ -87,10 +61,11 @@ TEST(XlsWriter, FreeXlOpensWhatItWrites) {
 TEST(ChannelXls, ReadsTheWorkbookInTimeOrder) {
   TempDir dir;
   const std::string path = dir.File("run.xls");
-  // Rows out of order in the sheet; channels 0 and 2; a channel 20 column, a
-  // row without a time and a column of another name are passed over.
+  // Rows out of order; a channel 20 column, a row without a time and a column
+  // of another name are passed over; the table's sheet is found by name.
   ASSERT_TRUE(WriteXlsWorkbook(
-      path, {{"pgda1",
+      path, {{"Sheet1", {{T("Times"), T("Channel1")}, {N(0), N(1)}}},
+             {"pgda1",
               {{T("Channel2"), T("Times"), T("Note"), T("Channel0"), T("Channel20")},
                {N(2.2), N(0.0020), T("c"), N(0.2), N(9)},
                {N(2.0), N(0.0000), T("a"), N(0.0), N(9)},
@@ -98,31 +73,23 @@ TEST(ChannelXls, ReadsTheWorkbookInTimeOrder) {
                {N(2.1), N(0.0010), T("b"), T("0.1"), N(9)}}}}));
   Read r = ReadBook(path);
   ASSERT_EQ(r.ok, 1);
-  EXPECT_EQ(r.header.Channels[0].Enable, 1u);
-  EXPECT_EQ(r.header.Channels[2].Enable, 1u);
   EXPECT_EQ(r.header.Channels[1].Enable, 0u);
   EXPECT_STREQ(r.header.Channels[2].Label, "Channel2");
   EXPECT_EQ(r.header.Size, 6u);
   EXPECT_EQ(r.header.T0, 0);
   EXPECT_EQ(r.header.Rate, 2000u);
   const double volts[] = {0.0, 2.0, 0.1, 2.1, 0.2, 2.2};
-  ASSERT_EQ(r.codes.size(), 6u);
   for (int i = 0; i < 6; ++i) EXPECT_NEAR(r.codes[i], IdealCode(volts[i]), 1.0) << i;
-
   ChannelFileHeader head{};
   ASSERT_EQ(ReadChannelHeader(path.c_str(), nullptr, &head), 1);
   EXPECT_EQ(std::memcmp(&head, &r.header, sizeof head), 0);
 }
 
-TEST(ChannelXls, RefusesWorkbooksWithoutItsTable) {
+TEST(ChannelXls, RefusesWorkbooksWithoutItsTableAndDamagedFiles) {
   TempDir dir;
   const std::string path = dir.File("run.xls");
   const std::vector<std::vector<XlsCell>> good = {{T("Times"), T("Channel1")}, {N(0), N(1)}};
-  struct Case {
-    const char* why;
-    std::vector<XlsSheet> sheets;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, std::vector<XlsSheet>> cases[] = {
       {"no sheet PGDA1", {{"Sheet1", good}}},
       {"no Times column", {{"PGDA1", {{T("Time"), T("Channel1")}, {N(0), N(1)}}}}},
       {"no channel column", {{"PGDA1", {{T("Times"), T("Value")}, {N(0), N(1)}}}}},
@@ -131,34 +98,25 @@ TEST(ChannelXls, RefusesWorkbooksWithoutItsTable) {
       {"no rows", {{"PGDA1", {{T("Times"), T("Channel1")}}}}},
       {"no row with a time", {{"PGDA1", {{T("Times"), T("Channel1")}, {XlsCell{}, N(1)}, {T("none"), N(2)}}}}},
   };
-  for (const Case& c : cases) {
-    ASSERT_TRUE(WriteXlsWorkbook(path, c.sheets)) << c.why;
-    Read r = ReadBook(path);
-    EXPECT_EQ(r.ok, 0) << c.why;
-    EXPECT_TRUE(r.codes.empty()) << c.why;
+  for (const auto& [why, sheets] : cases) {
+    ASSERT_TRUE(WriteXlsWorkbook(path, sheets)) << why;
+    EXPECT_EQ(ReadBook(path).ok, 0) << why;
   }
-
-  // The first sheet need not be the table: PGDA1 is found by name.
-  ASSERT_TRUE(WriteXlsWorkbook(path, {{"Sheet1", good}, {"PGDA1", good}}));
-  EXPECT_EQ(ReadBook(path).ok, 1);
-
-  // Damaged files: not a workbook, cut short, bytes flipped.
+  // Not a workbook, cut short, bytes flipped: consistent results only (checked in ReadBook).
   ASSERT_TRUE(WriteXlsWorkbook(path, {{"PGDA1", good}}));
   const std::string whole = test::ReadFile(path);
   WriteFile(path, "just text, no workbook");
   EXPECT_EQ(ReadBook(path).ok, 0);
   for (std::size_t cut : {std::size_t{0}, std::size_t{100}, std::size_t{512}, whole.size() / 2, whole.size() - 1}) {
     WriteFile(path, whole.substr(0, cut));
-    Read r = ReadBook(path);
-    EXPECT_EQ(r.codes.size(), r.ok ? r.header.Size : 0u);
+    ReadBook(path);
   }
   std::mt19937 random(5);
   for (int round = 0; round < 200; ++round) {
     std::string damaged = whole;
     for (int k = 0; k < 8; ++k) damaged[random() % damaged.size()] = static_cast<char>(random());
     WriteFile(path, damaged);
-    Read r = ReadBook(path);
-    EXPECT_EQ(r.codes.size(), r.ok ? r.header.Size : 0u);
+    ReadBook(path);
   }
 }
 
@@ -178,10 +136,7 @@ TEST(ChannelXls, SurvivesTheWorkbookThatBreaksFreeXl) {
   bytes[878] = static_cast<char>(0xE1);
   bytes[1016] = 4;
   WriteFile(path, bytes);
-  for (int round = 0; round < 3; ++round) {
-    Read r = ReadBook(path);
-    EXPECT_EQ(r.codes.size(), r.ok ? r.header.Size : 0u);
-  }
+  for (int round = 0; round < 3; ++round) ReadBook(path);
   // And a sound workbook still reads afterwards.
   ASSERT_TRUE(WriteXlsWorkbook(path, {{"PGDA1", {{T("Times"), T("Channel0")}, {N(0), N(5)}}}}));
   Read r = ReadBook(path);
@@ -191,7 +146,7 @@ TEST(ChannelXls, SurvivesTheWorkbookThatBreaksFreeXl) {
 
 TEST(ChannelXls, LargeWorkbookNeedsTheTableIndex) {
   // 60,000 rows of 8 numbers pass 109 allocation-table sectors, so the
-  // compound file needs its index sectors; FreeXL must still follow them.
+  // compound file needs its index sectors; both readers must follow them.
   TempDir dir;
   const std::string path = dir.File("large.xls");
   XlsSheet sheet{"PGDA1", {{T("Times"), T("Channel0"), T("Channel1"), T("Channel2"), T("Channel3"),
@@ -200,15 +155,9 @@ TEST(ChannelXls, LargeWorkbookNeedsTheTableIndex) {
     sheet.rows.push_back({N(r * 0.0001), N(r % 20 - 10.0), N(1), N(-1), N((r % 7) * 0.5), N(2), N(3), N(4)});
   ASSERT_TRUE(WriteXlsWorkbook(path, {sheet}));
   EXPECT_GT(std::filesystem::file_size(path), 109u * 128u * 512u);
-  // xlrd, a reader independent of FreeXL, sees the same cells.
-  std::string out;
-  ASSERT_EQ(test::RunCommand("/usr/bin/python3 -c \"import sys, xlrd; s = xlrd.open_workbook(sys.argv[1]).sheet_by_name('PGDA1'); "
-                             "print(s.nrows, s.ncols, s.cell_value(0, 7), s.cell_value(59999, 0), s.cell_value(12345, 1))\" " +
-                                 path,
-                             &out),
-            0)
-      << out;
-  EXPECT_EQ(out, "60001 8 Channel6 5.9998000000000005 -6.0\n");  // rows r = 59998 and r = 12344
+  EXPECT_EQ(Xlrd(path, "(lambda s: (s.nrows, s.ncols, s.cell_value(0, 7), s.cell_value(59999, 0), "
+                       "s.cell_value(12345, 1)))(b.sheet_by_name('PGDA1'))"),
+            "(60001, 8, 'Channel6', 5.9998000000000005, -6.0)\n");  // rows r = 59998 and r = 12344
   Read r = ReadBook(path);
   ASSERT_EQ(r.ok, 1);
   EXPECT_EQ(r.header.Size, 420000u);

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -18,25 +17,21 @@ namespace tarnvel::test {
 
 struct FakeJobPlan {
   std::int32_t frames = 3;
-  bool stepByStep = false;        // each frame waits for a release by the test
-  std::int32_t failCode = 0;      // non-zero: fail before the first report with this status
+  bool stepByStep = false;    // each frame waits for a release by the test
+  std::int32_t failCode = 0;  // non-zero: fail before the first report with this status
   std::string failText;
-  std::chrono::milliseconds pauseTimeout{480000};
 };
 
 // What all fake jobs of a test share: releases, counters, the running high-water mark.
 struct FakeJobWorld {
   std::counting_semaphore<1000> frameRelease{0};
-  std::atomic<int> running{0};
-  std::atomic<int> mostRunning{0};
-  std::atomic<int> started{0};
-  std::atomic<int> deleted{0};
+  std::atomic<int> running{0}, mostRunning{0}, started{0}, deleted{0};
 };
 
 class FakeJob : public ConversionJob {
  public:
-  FakeJob(FakeJobWorld& world, FakeJobPlan plan, std::uint32_t row, bool sentBySuite)
-      : world_(world), plan_(plan), row_(row), sentBySuite_(sentBySuite) {}
+  FakeJob(FakeJobWorld& world, FakeJobPlan plan, std::uint32_t row, bool bySuite)
+      : sentBySuite(bySuite), world_(world), plan_(plan), row_(row) {}
   ~FakeJob() override {
     if (thread_.joinable()) thread_.join();
     ++world_.deleted;
@@ -46,12 +41,11 @@ class FakeJob : public ConversionJob {
     report_ = report;
     context_ = context;
   }
-  void SetOverrides(const char* destFolder, const JobOverrides& overrides) override {
-    hasOverrides_ = true;
-    destFolder_ = destFolder ? destFolder : "";
-    overrides_ = overrides;
+  void SetOverrides(const char* folder, const JobOverrides& given) override {
+    hasOverrides = true;
+    destFolder = folder ? folder : "";
+    overrides = given;
   }
-
   int Start(bool onOwnThread) override {
     ++world_.started;
     if (!onOwnThread) return Convert();
@@ -82,21 +76,20 @@ class FakeJob : public ConversionJob {
   std::int32_t StatusCode() const override { return statusCode_; }
   std::string StatusText() const override { return statusText_; }
 
-  bool sentBySuite() const { return sentBySuite_; }
-  bool hasOverrides() const { return hasOverrides_; }
-  const std::string& destFolder() const { return destFolder_; }
-  const JobOverrides& overrides() const { return overrides_; }
+  const bool sentBySuite;
+  bool hasOverrides = false;
+  std::string destFolder;
+  JobOverrides overrides;
 
  private:
   int Convert() {
     abortFlag_ = 0;
     const int now = ++world_.running;
     for (int most = world_.mostRunning; now > most && !world_.mostRunning.compare_exchange_weak(most, now);) {}
-    int result = Run();
+    const int result = Run();
     --world_.running;
     return result;
   }
-
   int Run() {
     if (plan_.failCode != 0) {
       statusCode_ = plan_.failCode;
@@ -105,9 +98,8 @@ class FakeJob : public ConversionJob {
     }
     const std::uint32_t start = TickCount();
     report_(context_, row_, "out.tif", start, 1, 1, plan_.frames);
-    std::int32_t i = 0;
-    for (; i < plan_.frames; ++i) {
-      if (!gate_.Wait(plan_.pauseTimeout)) gate_.Set();  // a wait that timed out opens its own gate
+    for (std::int32_t i = 0; i < plan_.frames; ++i) {
+      gate_.Wait();
       if (abortFlag_) {
         statusCode_ = 107;
         break;
@@ -123,10 +115,6 @@ class FakeJob : public ConversionJob {
   FakeJobWorld& world_;
   FakeJobPlan plan_;
   std::uint32_t row_;
-  bool sentBySuite_;
-  bool hasOverrides_ = false;
-  std::string destFolder_;
-  JobOverrides overrides_;
   ReportFunction report_ = nullptr;
   void* context_ = nullptr;
   ManualResetEvent gate_{true};
