@@ -8,6 +8,13 @@
 namespace tarnvel {
 namespace {
 
+// A camera block of 13:05:09 on 29 February 2024, in BCD.
+const std::uint8_t* BcdBlock() {
+  static std::uint8_t block[1024] = {};
+  block[38] = 0x24, block[37] = 0x02, block[36] = 0x29, block[35] = 0x13, block[34] = 0x05, block[33] = 0x09;
+  return block;
+}
+
 class OverlayItems : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -32,69 +39,55 @@ class OverlayItems : public ::testing::Test {
   OverlayRenderer renderer_{LocaleFormat('/', ':', false, true, 2)};
 };
 
-TEST_F(OverlayItems, PlainValues) {
-  values_.frameNumber = -5;
-  EXPECT_EQ(Text(kFrameNumberItem), "-000005");
-  values_.frameNumber = 5;
-  EXPECT_EQ(Text(kFrameNumberItem), "000005");
-  values_.serial = 112345678;
-  EXPECT_EQ(Text(kSerialItem), "01-1234-5678");
-  values_.network = 0xC0A8010Au;
-  EXPECT_EQ(Text(kNetworkItem), "[192.168.1.10]");
-  rec_->ExposureNs = 999;
-  EXPECT_EQ(Text(kExposureItem), "N/A");
-  rec_->ExposureNs = 1005000;
-  EXPECT_EQ(Text(kExposureItem, 1), "1.5 ms") << "the fraction is not padded";
-  EXPECT_EQ(Text(kExposureItem, 0), "1005 \xB5s");
-  rec_->ExposureNs = 2500000000u;
-  EXPECT_EQ(Text(kExposureItem, 2), "2.500 s");
-  rec_->AEEnable = 1;
-  values_.exposure = 40000;
-  EXPECT_EQ(Text(kExposureItem), "40 \xB5s") << "automatic exposure shows the frame's own";
-  values_.temperature = -1250;
-  EXPECT_EQ(Text(kTemperatureItem), "-12.50 \xB0" "C");
-  EXPECT_EQ(Text(kTemperatureItem, 1), "9.50 \xB0" "F");
-  EXPECT_EQ(Text(kTemperatureItem, 2), "260.65 K");
-  values_.channelValue = 1.23456;
-  EXPECT_EQ(Text(kChannelValueItem, 3), "1.235");
-  values_.flagged = true;
-  EXPECT_EQ(Text(kFlaggedItem), "(*)");
-  rec_->ROIW = 1280, rec_->ROIH = 1024;
-  EXPECT_EQ(Text(kResolutionItem), "1280x1024");
-  EXPECT_EQ(Text(kRateItem), "1000 fps");
-  rec_->SyncInCfg = 2, rec_->ExternalRate = 750;
-  EXPECT_EQ(Text(kRateItem, 1), "750 Hz") << "an external sync rate wins";
-  values_.fileName = nullptr;
-  EXPECT_EQ(Text(kFileNameItem), "") << "an absent source leaves the text empty";
-}
+// Each row changes the recording or the frame's values, then checks one
+// item's text; the rows run in order on the same state.
+using R = RecordingInfo;
+using V = OverlayFrameValues;
+struct Row {
+  void (*set)(R&, V&);
+  int item, format, paramA;
+  const char* want;
+};
 
-TEST_F(OverlayItems, TimeFromTriggerAndElapsed) {
-  rec_->RecMode = 1, rec_->PerTrigFrms = 20;
-  values_.sequenceIndex = 1520;
-  EXPECT_EQ(Text(kTriggerTimeItem, 3), "1.500 s");
-  EXPECT_EQ(Text(kTriggerTimeItem, 9), "1500.00 ms");
-  values_.sequenceIndex = 0;
-  EXPECT_EQ(Text(kTriggerTimeItem, 3), "-0.020 s");
-  rec_->TriggerTime = 5000, rec_->TrigInDebounce = 3000000;  // 3 ms debounce, 5 ms trigger: 2 ms delay
-  EXPECT_EQ(Text(kTriggerTimeItem, 3), "-0.022 s");
-  EXPECT_EQ(Text(kTriggerTimeItem, 3, 1), "-0.020 s") << "paramA leaves the delay out";
-  values_.sequenceIndex = 2000;
-  EXPECT_EQ(Text(kElapsedItem), "2.000000 s");
-  rec_->Rate = 0;
-  EXPECT_EQ(Text(kElapsedItem), "0.000000 s") << "no rate: a value, not a fault";
-  EXPECT_EQ(Text(kTriggerTimeItem, 3), "0.000 s");
-}
-
-TEST_F(OverlayItems, DateAndTimeRunWithTheRecording) {
-  values_.sequenceIndex = 3600 * 1000;  // one hour at 1000 frames a second
-  EXPECT_EQ(Text(kDateItem), "1/1/2024") << "23:30 on 31 December plus one hour";
-  EXPECT_EQ(Text(kTimeItem), "00:30:00");
-  // A camera block gives the date in BCD.
-  std::uint8_t block[1024] = {};
-  block[38] = 0x24, block[37] = 0x02, block[36] = 0x29, block[35] = 0x13, block[34] = 0x05, block[33] = 0x09;
-  values_.cameraBlock = block;
-  EXPECT_EQ(Text(kDateItem), "2/29/24");
-  EXPECT_EQ(Text(kTimeItem), "13:05:09");
+TEST_F(OverlayItems, TextsAtTheirBoundaries) {
+  const Row rows[] = {
+      {[](R&, V& v) { v.frameNumber = -5; }, kFrameNumberItem, 0, 0, "-000005"},
+      {[](R&, V& v) { v.frameNumber = 5; }, kFrameNumberItem, 0, 0, "000005"},
+      {[](R&, V& v) { v.serial = 112345678; }, kSerialItem, 0, 0, "01-1234-5678"},
+      {[](R&, V& v) { v.network = 0xC0A8010Au; }, kNetworkItem, 0, 0, "[192.168.1.10]"},
+      {[](R& r, V&) { r.ExposureNs = 999; }, kExposureItem, 0, 0, "N/A"},
+      {[](R& r, V&) { r.ExposureNs = 1005000; }, kExposureItem, 1, 0, "1.5 ms"},  // the fraction is not padded
+      {[](R&, V&) {}, kExposureItem, 0, 0, "1005 \xB5s"},
+      {[](R& r, V&) { r.ExposureNs = 2500000000u; }, kExposureItem, 2, 0, "2.500 s"},
+      {[](R& r, V& v) { r.AEEnable = 1, v.exposure = 40000; }, kExposureItem, 0, 0, "40 \xB5s"},  // the frame's own
+      {[](R&, V& v) { v.temperature = -1250; }, kTemperatureItem, 0, 0, "-12.50 \xB0" "C"},
+      {[](R&, V&) {}, kTemperatureItem, 1, 0, "9.50 \xB0" "F"},
+      {[](R&, V&) {}, kTemperatureItem, 2, 0, "260.65 K"},
+      {[](R&, V& v) { v.channelValue = 1.23456; }, kChannelValueItem, 3, 0, "1.235"},
+      {[](R&, V& v) { v.flagged = true; }, kFlaggedItem, 0, 0, "(*)"},
+      {[](R& r, V&) { r.ROIW = 1280, r.ROIH = 1024; }, kResolutionItem, 0, 0, "1280x1024"},
+      {[](R&, V&) {}, kRateItem, 0, 0, "1000 fps"},
+      {[](R& r, V&) { r.SyncInCfg = 2, r.ExternalRate = 750; }, kRateItem, 1, 0, "750 Hz"},  // external sync wins
+      {[](R&, V& v) { v.fileName = nullptr; }, kFileNameItem, 0, 0, ""},                     // an absent source
+      // Time from the trigger, with and without the trigger delay (3 ms debounce, 5 ms trigger).
+      {[](R& r, V& v) { r.RecMode = 1, r.PerTrigFrms = 20, v.sequenceIndex = 1520; }, kTriggerTimeItem, 3, 0, "1.500 s"},
+      {[](R&, V&) {}, kTriggerTimeItem, 9, 0, "1500.00 ms"},
+      {[](R&, V& v) { v.sequenceIndex = 0; }, kTriggerTimeItem, 3, 0, "-0.020 s"},
+      {[](R& r, V&) { r.TriggerTime = 5000, r.TrigInDebounce = 3000000; }, kTriggerTimeItem, 3, 0, "-0.022 s"},
+      {[](R&, V&) {}, kTriggerTimeItem, 3, 1, "-0.020 s"},
+      {[](R&, V& v) { v.sequenceIndex = 2000; }, kElapsedItem, 0, 0, "2.000000 s"},
+      {[](R& r, V&) { r.Rate = 0; }, kElapsedItem, 0, 0, "0.000000 s"},  // no rate: a value, not a fault
+      {[](R&, V&) {}, kTriggerTimeItem, 3, 0, "0.000 s"},
+      // The recording's clock: 23:30 on 31 December plus one hour; a camera block gives the date in BCD.
+      {[](R& r, V& v) { r.Rate = 1000, v.sequenceIndex = 3600 * 1000; }, kDateItem, 0, 0, "1/1/2024"},
+      {[](R&, V&) {}, kTimeItem, 0, 0, "00:30:00"},
+      {[](R&, V& v) { v.cameraBlock = BcdBlock(); }, kDateItem, 0, 0, "2/29/24"},
+      {[](R&, V&) {}, kTimeItem, 0, 0, "13:05:09"},
+  };
+  for (const Row& row : rows) {
+    row.set(*rec_, values_);
+    EXPECT_EQ(Text(row.item, row.format, row.paramA), row.want) << "item " << row.item << " format " << row.format;
+  }
 }
 
 TEST_F(OverlayItems, TimeCodeMarksAndReceivers) {
