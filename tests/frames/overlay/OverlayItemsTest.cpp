@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 
@@ -91,40 +92,42 @@ TEST_F(OverlayItems, TextsAtTheirBoundaries) {
 }
 
 TEST_F(OverlayItems, TimeCodeMarksAndReceivers) {
-  TimeStampBlock block{};
+  static TimeStampBlock block;
+  block = {};
   values_.timeBlock = &block;
-  EXPECT_EQ(Text(kTimeCodeItem, 12), "(NO IRIG/GPS/PTP DATA)");
-  block = {0, 2023, 365, 23, 30, 0, 123456, 0, {}};
-  EXPECT_EQ(Text(kTimeCodeItem, 13), "(1/1/2024) 00:30:00:123:456") << "one hour east of UTC";
-  EXPECT_EQ(Text(kTimeCodeItem, 12, 18), "(12/31/2023) 23:30:18:123:456") << "leap seconds";
-  block.dayOfYear = 366;
-  EXPECT_EQ(Text(kTimeCodeItem, 12), "(1/1/2024) 23:30:00:123:456") << "day 366 of a year of 365";
-  EXPECT_EQ(Text(kTimeCodeItem, 25), "(1/2/2024) 01:30:00:123:456") << "25 takes the machine's offset";
-  for (auto [status, mark] : {std::pair{0x80000000u, "M"}, {0x00010000u, "-"}, {3u, "***"}, {2u, "**"}, {1u, "*"}, {7u, "*"}}) {
-    block.status = status;
-    EXPECT_EQ(Text(kTimeCodeItem, 12), std::string("(1/1/2024) 23:30:00:123:456") + mark) << status;
+  const std::string day = "(1/1/2024) 23:30:00:123:456";
+  struct TimeRow {
+    void (*set)(R&, V&);
+    int format, paramA, paramB;
+    std::string want;
+  } rows[] = {
+      {[](R&, V&) {}, 12, 0, 0, "(NO IRIG/GPS/PTP DATA)"},
+      {[](R&, V&) { block = {0, 2023, 365, 23, 30, 0, 123456, 0, {}}; }, 13, 0, 0, "(1/1/2024) 00:30:00:123:456"},  // UTC + 1
+      {[](R&, V&) {}, 12, 18, 0, "(12/31/2023) 23:30:18:123:456"},                                                  // leap seconds
+      {[](R&, V&) { block.dayOfYear = 366; }, 12, 0, 0, day},  // day 366 of a year of 365
+      {[](R&, V&) {}, 25, 0, 0, "(1/2/2024) 01:30:00:123:456"},  // 25 takes the machine's offset
+      {[](R&, V&) { block.status = 0x80000000u; }, 12, 0, 0, day + "M"},
+      {[](R&, V&) { block.status = 0x00010000u; }, 12, 0, 0, day + "-"},
+      {[](R&, V&) { block.status = 3; }, 12, 0, 0, day + "***"},
+      {[](R&, V&) { block.status = 2; }, 12, 0, 0, day + "**"},
+      {[](R&, V&) { block.status = 7; }, 12, 0, 0, day + "*"},
+      {[](R& r, V&) { r.ExposureNs = 200000, block.status = 0; }, 12, 0, 1, "(1/1/2024) 23:30:00:123:556"},  // half the exposure
+      {[](R&, V&) {}, 12, 0, 2, "(1/1/2024) 23:30:00:123:656"},
+      // A receiver's control field: microseconds from the frame number, and the field shown.
+      {[](R&, V& v) { block.controlField = 0x12, v.frameNumber = 250; }, 12, 0, 0, "(1/1/2024) 23:30:00:250:000 (CF = 0x00000012)"},
+      {[](R&, V& v) { v.frameNumber = -3, v.irigMode = 5; }, 12, 0, 0, "(1/1/2024) 23:30:00:992:000 (CF = 0x00000012)"},
+      // Without a receiver the block takes the recording's clock.
+      {[](R&, V&) { block = {0, 0, 0, 0, 0, 0, 0, kNoTimeCodeReceiver, {}}; }, 12, 0, 0, "(12/31/2023) 23:30:00:000:000"},
+  };
+  for (const TimeRow& row : rows) {
+    row.set(*rec_, values_);
+    EXPECT_EQ(Text(kTimeCodeItem, row.format, row.paramA, row.paramB), row.want);
   }
-  rec_->ExposureNs = 200000;
-  block.status = 0;
-  EXPECT_EQ(Text(kTimeCodeItem, 12, 0, 1), "(1/1/2024) 23:30:00:123:556") << "half the exposure";
-  EXPECT_EQ(Text(kTimeCodeItem, 12, 0, 2), "(1/1/2024) 23:30:00:123:656");
-  // A receiver's control field: microseconds from the frame number, and the field shown.
-  block.controlField = 0x12;
-  values_.frameNumber = 250, values_.irigMode = 0;
-  EXPECT_EQ(Text(kTimeCodeItem, 12), "(1/1/2024) 23:30:00:250:000 (CF = 0x00000012)");
-  values_.frameNumber = -3, values_.irigMode = 5;  // -3 + 1000 - 5 = 992 frames into the second
-  EXPECT_EQ(Text(kTimeCodeItem, 12), "(1/1/2024) 23:30:00:992:000 (CF = 0x00000012)");
-  // Without a receiver the block takes the recording's clock.
-  block = {0, 0, 0, 0, 0, 0, 0, kNoTimeCodeReceiver, {}};
-  values_.sequenceIndex = 0;
-  EXPECT_EQ(Text(kTimeCodeItem, 12), "(12/31/2023) 23:30:00:000:000");
-  EXPECT_EQ(block.year, 2023u);
-  EXPECT_EQ(block.dayOfYear, 365u);
+  EXPECT_EQ((std::array{block.year, block.dayOfYear}), (std::array{2023u, 365u}));
   // Day first with the locale's separators.
   OverlayRenderer european(LocaleFormat('.', ':', true, true, 0));
   block = {0, 2024, 60, 8, 9, 10, 5, 0, {}};
-  config_.flags = config_.items[kTimeCodeItem].mask;
-  config_.items[kTimeCodeItem].format = 12, config_.items[kTimeCodeItem].paramA = 0, config_.items[kTimeCodeItem].paramB = 0;
+  Text(kTimeCodeItem, 12);
   european.UpdateItems(config_, *rec_, values_);
   EXPECT_STREQ(config_.items[kTimeCodeItem].text, "(29.02.2024) 08:09:10:000:005");
 }
