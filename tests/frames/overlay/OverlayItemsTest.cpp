@@ -133,18 +133,12 @@ TEST_F(OverlayItems, TimeCodeMarksAndReceivers) {
 }
 
 TEST_F(OverlayItems, PlaceJoinsPerPositionAndShowState) {
-  values_.frameNumber = 7;
-  values_.userText1 = "left";
-  values_.userText2 = "also left";
-  config_.flags = config_.items[kFrameNumberItem].mask | config_.items[kUserText1Item].mask |
-                  config_.items[kUserText2Item].mask | config_.items[kFirstLogoItem].mask |
-                  config_.items[kFlaggedItem].mask;
-  config_.items[kFrameNumberItem].position = 3;
-  config_.items[kUserText1Item].position = 0;
-  config_.items[kUserText2Item].position = 0;
-  config_.items[kUserText2Item].showOn = 1;
-  config_.items[kFirstLogoItem].position = 1;
-  config_.items[kFlaggedItem].position = 9;  // outside 0 to 6: placed nowhere
+  auto show = [&](int item, int position, int showOn = 0) {
+    config_.flags |= config_.items[item].mask, config_.items[item].position = position, config_.items[item].showOn = showOn;
+  };
+  values_.frameNumber = 7, values_.userText1 = "left", values_.userText2 = "also left";
+  show(kFrameNumberItem, 3), show(kUserText1Item, 0), show(kUserText2Item, 0, 1), show(kFirstLogoItem, 1);
+  show(kFlaggedItem, 9);  // outside 0 to 6: placed nowhere
   renderer_.UpdateItems(config_, *rec_, values_);
   renderer_.Place(config_, 1);
   EXPECT_STREQ(renderer_.TextAt(0), "left also left");
@@ -154,13 +148,11 @@ TEST_F(OverlayItems, PlaceJoinsPerPositionAndShowState) {
   EXPECT_EQ(renderer_.TextAt(-1), nullptr);
   renderer_.Place(config_, 2);
   EXPECT_STREQ(renderer_.TextAt(0), "left") << "shown on the first frame only";
-  // Long texts stop at the slot's end.
-  std::string longText(127, 'x');
-  values_.userText1 = longText.c_str();
-  values_.userText2 = longText.c_str();
-  for (int i : {kCommentItem, kFileNameItem, kDeviceNameItem}) config_.flags |= config_.items[i].mask, config_.items[i].position = 0;
-  values_.fileName = longText.c_str(), values_.deviceName = longText.c_str();
-  std::memset(rec_->Comment, 'c', sizeof rec_->Comment);  // no terminator at all
+  // Long texts, and a comment without a terminator, stop at the slot's end.
+  const std::string longText(127, 'x');
+  values_.userText1 = values_.userText2 = values_.fileName = values_.deviceName = longText.c_str();
+  show(kCommentItem, 0), show(kFileNameItem, 0), show(kDeviceNameItem, 0);
+  std::memset(rec_->Comment, 'c', sizeof rec_->Comment);
   renderer_.UpdateItems(config_, *rec_, values_);
   renderer_.Place(config_, 1);
   EXPECT_EQ(std::strlen(renderer_.TextAt(0)), kOverlaySlotBytes - 1);
