@@ -66,6 +66,14 @@ TestFrame ReferenceRank(const TestFrame& in, RankKind kind, int n) {
   return out;
 }
 
+// A kernel of sx by sy taps of `tap`, over `divisor`.
+ConvolutionFilter Kernel(std::int32_t sx, std::int32_t sy, std::int32_t divisor, std::int32_t tap) {
+  ConvolutionFilter f{};
+  f.sizeX = sx, f.sizeY = sy, f.divisor = divisor;
+  std::fill_n(f.coefficients, 100, tap);  // taps past the kernel are never read
+  return f;
+}
+
 ImageOpItem UserItem(const ConvolutionFilter& f) {
   return ImageOpItem{{}, ImgOpUserFilter, std::make_unique<ConvolutionFilter>(f), 0, 0, 0};
 }
@@ -103,10 +111,7 @@ TEST(Convolution, BuiltInUserAndBoxKernelsMatchTheReference) {
   for (int n = 1; n <= 10; ++n)
     for (int depth : {8, 12, 24, 36}) {
       const TestFrame in = test::RandomFrame(n + 4, 6, depth, rng);
-      ConvolutionFilter box{};
-      box.sizeX = box.sizeY = n, box.divisor = n * n;
-      std::fill_n(box.coefficients, n * n, 1);
-      test::ExpectSameFrame(Applied(ImgOpBox, in, n), ReferenceConvolution(in, box), test::Label("box", n));
+      test::ExpectSameFrame(Applied(ImgOpBox, in, n), ReferenceConvolution(in, Kernel(n, n, n * n, 1)), test::Label("box", n));
     }
 }
 
@@ -119,8 +124,7 @@ TEST(Convolution, SumsAndQuotientsAtTheEdgesOfEveryArithmetic) {
     for (int sign : {1, -1})
       for (std::int32_t divisor : {1, 2, 3, 7, 12, 255, 4096, 4097, -5})
         for (bool bright : {true, false}) {
-          ConvolutionFilter f{};
-          f.sizeX = 3, f.sizeY = 3, f.divisor = divisor;
+          ConvolutionFilter f = Kernel(3, 3, divisor, 0);
           for (std::int32_t t = 0, left = total; t < 9; ++t) {  // the total over nine taps of 16 bits
             const std::int32_t c = std::min(left, 32767);
             f.coefficients[t] = sign * (t == 4 ? -c : c);
@@ -134,12 +138,9 @@ TEST(Convolution, SumsAndQuotientsAtTheEdgesOfEveryArithmetic) {
   // A float reciprocal of 41, 47 or 97 times a multiple of it lands just
   // below the whole number; the quotient must still be whole.
   for (std::int32_t divisor : {41, 47, 55, 97, 25, 49}) {
-    ConvolutionFilter f{};
-    f.sizeX = f.sizeY = 1, f.divisor = divisor, f.coefficients[0] = 1;
     TestFrame in(6, 1, 8);
     for (int x = 0; x < 6; ++x) in.Set(x, 0, 0, std::min(255, divisor * x));
-    const TestFrame got = Applied(UserItem(f), in);
-    for (int x = 0; x < 6; ++x) EXPECT_EQ(got.Get(x, 0, 0), in.Get(x, 0, 0) / divisor) << divisor << " x " << x;
+    ExpectConvolution(Kernel(1, 1, divisor, 1), in, "multiples");
   }
 }
 
@@ -147,9 +148,7 @@ TEST(Convolution, KernelsTheRecordCannotHoldAreRefusedAndLeaveZeros) {
   std::mt19937 rng(3);
   for (auto [sx, sy, divisor] : {std::array{0, 3, 1}, {3, -1, 1}, {11, 10, 1}, {300, 1, 1}, {-5, -5, 1}, {3, 3, 0}, {INT32_MAX, INT32_MAX, 1}})
     for (int depth : {8, 16, 24, 36}) {
-      ConvolutionFilter f{};
-      f.sizeX = sx, f.sizeY = sy, f.divisor = divisor;
-      std::fill_n(f.coefficients, 100, 1);
+      const ConvolutionFilter f = Kernel(sx, sy, divisor, 1);
       EXPECT_TRUE(Applied(UserItem(f), test::RandomFrame(9, 4, depth, rng)).AllZero()) << sx << "x" << sy << " / " << divisor;
     }
   // Box sizes outside 1 to 10 are refused the same way; rows outside a
@@ -214,8 +213,7 @@ TEST(Primitives, RowLengthsLongerThanTheRowAndRefusals) {
   const std::int16_t kernel[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
   ASSERT_EQ(ConvolveBorder(PixelLayout::Grey16, src.data(), padded, dst.data(), padded, 7, 5, kernel, 3, 3, 16),
             kPrimitiveOk);
-  ConvolutionFilter g{};
-  g.sizeX = g.sizeY = 3, g.divisor = 16;
+  ConvolutionFilter g = Kernel(3, 3, 16, 0);
   std::copy(kernel, kernel + 9, g.coefficients);
   const TestFrame want = ReferenceConvolution(in, g);
   for (int y = 0; y < 5; ++y) {
