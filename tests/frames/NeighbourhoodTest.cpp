@@ -70,7 +70,7 @@ TestFrame ReferenceRank(const TestFrame& in, RankKind kind, int n) {
 ConvolutionFilter Kernel(std::int32_t sx, std::int32_t sy, std::int32_t divisor, std::int32_t tap) {
   ConvolutionFilter f{};
   f.sizeX = sx, f.sizeY = sy, f.divisor = divisor;
-  std::fill_n(f.coefficients, 100, tap);  // taps past the kernel are never read
+  std::fill_n(f.coefficients, 100, tap);  // taps past the kernel do not count
   return f;
 }
 
