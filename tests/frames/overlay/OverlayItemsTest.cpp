@@ -19,8 +19,7 @@ const std::uint8_t* BcdBlock() {
 class OverlayItems : public ::testing::Test {
  protected:
   void SetUp() override {
-    rec_ = std::make_unique<RecordingInfo>();
-    std::memset(rec_.get(), 0, sizeof(RecordingInfo));
+    rec_ = std::make_unique<RecordingInfo>();  // zeroed
     rec_->Rate = 1000.0f;
     rec_->Year = 2023, rec_->Month = 12, rec_->Day = 31, rec_->Hour = 23, rec_->Minute = 30;
     std::memset(&config_, 0, sizeof config_);
