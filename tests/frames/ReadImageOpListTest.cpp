@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,17 +17,16 @@ namespace {
 
 // The list read from a profile of `text`, and what the loader returned.
 struct Loaded {
-  int result;
+  int result = 0;
   CImageOpList list;
   std::vector<const ImageOpItem*> items;
+  Loaded(const test::TempDir& dir, const std::string& text) {
+    test::WriteFile(dir.File("_config.pgv"), text);
+    result = ReadImageOpList(dir.path().string().c_str(), list);
+    for (const auto& item : list) items.push_back(item.get());
+  }
 };
-std::unique_ptr<Loaded> Load(const test::TempDir& dir, const std::string& text) {
-  test::WriteFile(dir.File("_config.pgv"), text);
-  auto loaded = std::make_unique<Loaded>();
-  loaded->result = ReadImageOpList(dir.path().string().c_str(), loaded->list);
-  for (const auto& item : loaded->list) loaded->items.push_back(item.get());
-  return loaded;
-}
+auto Load(const test::TempDir& dir, const std::string& text) { return std::make_unique<Loaded>(dir, text); }
 
 TEST(ReadImageOpList, ReadsItemsAndUserFiltersInKeyOrder) {
   test::TempDir dir;
@@ -38,8 +38,7 @@ TEST(ReadImageOpList, ReadsItemsAndUserFiltersInKeyOrder) {
                       "ItemFltCoef_01=0 -1 0 -1 6 -1 0 -1 0 77 \r\n"
                       "ItemVal_02=22 1500\r\n"
                       "ItemStr_03=Off\r\nItemVal_03=100 1 2 3\r\n");
-  EXPECT_EQ(l->result, 1);
-  ASSERT_EQ(l->items.size(), 4u);
+  ASSERT_EQ((std::array{l->result, int(l->items.size())}), (std::array{1, 4}));
   const auto& i = l->items;
   EXPECT_STREQ(i[0]->name, "Sobel");
   EXPECT_EQ((std::array{i[0]->code, i[0]->value1, i[1]->code, i[1]->value3}), (std::array{3, 5, 16, 9}));
@@ -62,12 +61,10 @@ TEST(ReadImageOpList, MissingProfileSectionOrCountGiveAnEmptyList) {
   EXPECT_EQ(ReadImageOpList(nullptr, list), 0);
   for (const char* text : {"[Acquisition]\nName=x\n", "[ImgOpList]\nCount=0\nItemVal_00=23 0 0 0\n"}) {
     const auto l = Load(dir, text);
-    EXPECT_EQ(l->result, 0) << text;
-    EXPECT_TRUE(l->list.IsEmpty()) << text;
+    EXPECT_EQ((std::array{l->result, int(l->items.size())}), (std::array{0, 0})) << text;
   }
   const auto negative = Load(dir, "[ImgOpList]\nCount=-5\n");
-  EXPECT_EQ(negative->result, 1);
-  EXPECT_TRUE(negative->list.IsEmpty());
+  EXPECT_EQ((std::array{negative->result, int(negative->items.size())}), (std::array{1, 0}));
   // A count far beyond the limit reads kMaxImageOps entries.
   EXPECT_EQ(Load(dir, "[ImgOpList]\nCount=2147483647\n")->list.GetCount(), static_cast<std::size_t>(kMaxImageOps));
 }
@@ -85,14 +82,12 @@ TEST(ReadImageOpList, DamagedValuesNeverOverrunTheRecords) {
                            "ItemVal_04=7,3\n"
                            "ItemVal_05=16\nItemFltVal_05=0 2147483647 2147483647 0 0\nItemFltCoef_05=1  x2 -  3\n"
                            "ItemVal_06=-2147483648 4 4 4\n");
-  EXPECT_EQ(l->result, 1);
-  ASSERT_EQ(l->items.size(), 8u);
+  ASSERT_EQ((std::array{l->result, int(l->items.size())}), (std::array{1, 8}));
   const auto& i = l->items;
   EXPECT_EQ(std::string(i[0]->name), std::string(63, 'N'));
   ASSERT_NE(i[0]->filter, nullptr);
   EXPECT_EQ(i[0]->filter->coefficients[99], 100) << "only the record's 100 coefficients are read";
-  EXPECT_EQ(i[1]->filter->sizeX, -3);
-  EXPECT_EQ(i[1]->filter->coefficients[0], 0) << "a negative size wants no coefficients";
+  EXPECT_EQ((std::array{i[1]->filter->sizeX, i[1]->filter->coefficients[0]}), (std::array{-3, 0})) << "a negative size wants no coefficients";
   EXPECT_EQ((std::array{i[2]->code, i[2]->value1, i[2]->value2}), (std::array{INT32_MAX, INT32_MIN, 12}));
   EXPECT_EQ((std::array{i[3]->code, i[3]->value1}), (std::array{0, 0})) << "text that is not a number ends the list";
   EXPECT_EQ((std::array{i[4]->code, i[4]->value1}), (std::array{7, 0}));
@@ -107,15 +102,6 @@ TEST(ReadImageOpList, DamagedValuesNeverOverrunTheRecords) {
     p.SetGeometry(6, 5, depth);
     ApplyImageChain(p, l->list, frame.data());
   }
-}
-
-TEST(ParseDecimals, ReadsLikeScanf) {
-  std::int32_t v[4] = {9, 9, 9, 9};
-  EXPECT_EQ(ParseDecimals("  -4\t+5 6x 7", v, 4), 3u);
-  EXPECT_EQ((std::array{v[0], v[1], v[2], v[3]}), (std::array{-4, 5, 6, 9}));
-  EXPECT_EQ(ParseDecimals("", v, 4), 0u);
-  EXPECT_EQ(ParseDecimals("- 3", v, 4), 0u);
-  EXPECT_EQ(ParseDecimals("1 2 3 4 5", v, 2), 2u);
 }
 
 }  // namespace
