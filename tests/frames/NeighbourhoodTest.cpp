@@ -20,31 +20,24 @@ using test::TestFrame;
 
 std::int16_t Low16(std::int32_t c) { return static_cast<std::int16_t>(static_cast<std::uint16_t>(c & 0xFFFF)); }
 
+// 8-bit samples: integer sums, quotients cut toward zero; 16-bit samples: float weights.
 TestFrame ReferenceConvolution(const TestFrame& in, const ConvolutionFilter& f) {
   TestFrame out(in.width, in.height, in.depth);
   const int W = f.sizeX, H = f.sizeY, ax = (W - 1) / 2, ay = (H - 1) / 2;
   for (int y = 0; y < in.height; ++y)
     for (int x = 0; x < in.width; ++x)
       for (int c = 0; c < test::Channels(in.depth); ++c) {
-        std::uint32_t result;
-        if (!test::WordSamples(in.depth)) {
-          std::int64_t sum = 0;
-          for (int j = 0; j < H; ++j)
-            for (int i = 0; i < W; ++i)
-              sum += in.At(x + i - ax, y + j - ay, c) * Low16(f.coefficients[(H - 1 - j) * W + (W - 1 - i)]);
-          const std::int64_t q = sum / f.divisor;
-          result = q < 0 ? 0 : q > 255 ? 255 : static_cast<std::uint32_t>(q);
-        } else {
-          float sum = 0;
-          for (int j = 0; j < H; ++j)
-            for (int i = 0; i < W; ++i) {
-              const float w = static_cast<float>(
-                  static_cast<double>(Low16(f.coefficients[(H - 1 - j) * W + (W - 1 - i)])) / f.divisor);
-              sum += static_cast<float>(in.At(x + i - ax, y + j - ay, c)) * w;
-            }
-          result = sum <= 0 ? 0 : sum >= 65535.0f ? 65535u : static_cast<std::uint32_t>(sum);
-        }
-        out.Set(x, y, c, result);
+        std::int64_t sum = 0;
+        float weighted = 0;
+        for (int j = 0; j < H; ++j)
+          for (int i = 0; i < W; ++i) {
+            const std::int64_t v = in.At(x + i - ax, y + j - ay, c), k = Low16(f.coefficients[(H - 1 - j) * W + (W - 1 - i)]);
+            sum += v * k;
+            weighted += static_cast<float>(v) * static_cast<float>(static_cast<double>(k) / f.divisor);
+          }
+        const double q = test::WordSamples(in.depth) ? weighted : static_cast<double>(sum / f.divisor);
+        const double top = test::StorageMax(in.depth);
+        out.Set(x, y, c, q <= 0 ? 0 : q >= top ? std::uint32_t(top) : static_cast<std::uint32_t>(q));
       }
   return out;
 }
