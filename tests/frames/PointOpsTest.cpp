@@ -25,20 +25,20 @@ void ExpectRule(std::int32_t code, std::int32_t v1, std::int32_t v2, const TestF
         << "code " << code << " (" << v1 << ", " << v2 << ") depth " << in.depth << " sample " << i;
 }
 
+std::uint32_t Clamped(double x, std::uint32_t m) { return x < 0 ? 0 : x > m ? m : static_cast<std::uint32_t>(x); }
 Rule BrightnessContrast(int b, int c) {
   return [=](std::uint32_t v, std::uint32_t m) {
     if (b == 0 && c == 0) return v;
     const double factor = static_cast<float>(1.0f + static_cast<float>(c) / 100.0f);
     const double x = factor * std::min(v, m) + double(m) * b / 100.0;
-    return x < 0 ? 0 : x > m ? m : static_cast<std::uint32_t>(x);
+    return Clamped(x, m);
   };
 }
 Rule Gamma(int g1000) {
   return [=](std::uint32_t v, std::uint32_t m) {
     const float g = static_cast<float>(g1000 / 1000.0);
     if (g == 0) return v;
-    const double x = v > 0 && g != 1.0f ? m * std::pow(double(v) / m, 1.0 / g) : v;
-    return x < 0 ? 0 : x > m ? m : static_cast<std::uint32_t>(x);
+    return Clamped(v > 0 && g != 1.0f ? m * std::pow(double(v) / m, 1.0 / g) : v, m);
   };
 }
 
@@ -124,17 +124,12 @@ TEST(ImageChain, RunsItemsInOrderAndSkipsDisabledAndUnknownCodes) {
   const TestFrame in = test::RandomFrame(12, 8, 12, rng);
   ImageProcessor p;
   p.SetGeometry(in.width, in.height, in.depth);
-  auto add = [](CImageOpList& list, std::int32_t code) {
-    list.AddTail(std::make_unique<ImageOpItem>(ImageOpItem{{}, code, nullptr, code == ImgOpRowOffset ? 0 : 3, 0, 0}));
-  };
-  CImageOpList idle;  // codes that do nothing, and a disabled item
-  for (std::int32_t code : {0, 10, 15, 17, 20, 25, 39, 43, 99, 101, -1, INT32_MAX, std::int32_t{ImgOpDisabled}}) add(idle, code);
-  TestFrame same = in;
-  ApplyImageChain(p, idle, same.data());
-  EXPECT_EQ(same.bytes, in.bytes);
-  // Negative then row offset differs from the reverse: the chain keeps list order.
+  // Codes that do nothing and a disabled item among them; negative then row
+  // offset differs from the reverse, so the chain must keep list order.
   CImageOpList chain;
-  add(chain, ImgOpNegative), add(chain, ImgOpRowOffset);
+  const std::int32_t codes[] = {0, 10, 15, ImgOpNegative, 17, 20, 25, 39, 43, 99, 101, -1, INT32_MAX, ImgOpDisabled, ImgOpRowOffset};
+  for (std::int32_t code : codes)
+    chain.AddTail(std::make_unique<ImageOpItem>(ImageOpItem{{}, code, nullptr, code == ImgOpRowOffset ? 0 : 3, 0, 0}));
   TestFrame byChain = in;
   ApplyImageChain(p, chain, byChain.data());
   EXPECT_EQ(byChain.bytes, Applied(ImgOpRowOffset, Applied(ImgOpNegative, in)).bytes);
