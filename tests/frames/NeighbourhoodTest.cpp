@@ -186,7 +186,7 @@ TEST(RankFilters, MasksOutsideTheFrameOrBelowOneNeverFault) {
       const TestFrame in = test::RandomFrame(5, 3, depth, rng);
       for (std::int32_t code : {ImgOpMedian, ImgOpMinimum, ImgOpMaximum}) {
         const TestFrame got = Applied(code, in, n);
-        if (n < 1 || code != ImgOpMaximum) EXPECT_TRUE(got.AllZero()) << code << " " << n;
+        EXPECT_TRUE(got.AllZero() || (n >= 1 && code == ImgOpMaximum)) << code << " " << n;
         for (int c = 0; c < test::Channels(depth) && n >= 1 && code == ImgOpMaximum; ++c) {
           std::uint32_t top = 0;
           for (int i = 0; i < 15; ++i) top = std::max(top, in.Get(i % 5, i / 5, c));
