@@ -1,6 +1,7 @@
 // Background addition, cross, grid and the marker colour rule.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <random>
 
 #include "frames/ImageProcessor.h"
@@ -72,10 +73,7 @@ TEST(Markers, CrossAndGridDrawWhereTheRulesSay) {
   TestFrame deep(4, 4, 36);
   p.SetGeometry(4, 4, 36);
   p.DrawCross(deep.data(), 0, 0, 0, 4, 0x0000FF);
-  EXPECT_EQ(deep.Get(3, 0, 2), 4095u);
-  EXPECT_EQ(deep.Get(3, 0, 0), 0u);
-  EXPECT_EQ(deep.Get(0, 3, 2), 4095u);
-  EXPECT_EQ(deep.Get(3, 3, 2), 0u);
+  EXPECT_EQ((std::array{deep.Get(3, 0, 2), deep.Get(3, 0, 0), deep.Get(0, 3, 2), deep.Get(3, 3, 2)}), (std::array{4095u, 0u, 4095u, 0u}));
 }
 
 TEST(Markers, HostilePositionsAndCountsStayInTheBuffer) {
