@@ -1,6 +1,7 @@
 // Background addition, cross, grid and the marker colour rule.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <random>
 
 #include "frames/ImageProcessor.h"
@@ -14,93 +15,65 @@ using test::TestFrame;
 TEST(Background, AddsAQuarterLimitedToTheFullScale) {
   std::mt19937 rng(51);
   ImageProcessor p;
-  for (int depth : {8, 10, 12, 16, 24, 30, 36}) {
+  for (int depth : test::kDepths) {
     const TestFrame src = test::RandomFrame(9, 4, depth, rng), bg = test::RandomFrame(9, 4, depth, rng);
     TestFrame out(9, 4, depth);
     p.SetGeometry(9, 4, depth);
     p.AddBackground(src.bytes.data(), bg.bytes.data(), out.data());
-    const std::uint32_t m = test::WordSamples(depth) ? (1u << test::BitsPerChannel(depth)) - 1 : 255u;
     for (std::size_t i = 0; i < src.Samples(); ++i)
-      ASSERT_EQ(out.GetSample(i), std::min(src.GetSample(i) + (bg.GetSample(i) >> 2), m)) << depth;
+      ASSERT_EQ(out.GetSample(i), std::min(src.GetSample(i) + (bg.GetSample(i) >> 2), test::FullScale(depth))) << depth;
+    // Without a background the frame moves as a plain copy.
+    p.AddBackground(src.bytes.data(), nullptr, out.data());
+    EXPECT_EQ(out.bytes, src.bytes);
   }
-  TestFrame src(2, 1, 8), bg(2, 1, 8), out(2, 1, 8);
-  src.Set(0, 0, 0, 200), src.Set(1, 0, 0, 100), bg.Set(0, 0, 0, 255), bg.Set(1, 0, 0, 255);
-  p.SetGeometry(2, 1, 8);
-  p.AddBackground(src.bytes.data(), bg.bytes.data(), out.data());
-  EXPECT_EQ(out.Get(0, 0, 0), 255u);
-  EXPECT_EQ(out.Get(1, 0, 0), 163u);
-  TestFrame s12(1, 1, 12), b12(1, 1, 12), o12(1, 1, 12);
-  b12.Set(0, 0, 0, 4095);
-  p.SetGeometry(1, 1, 12);
-  p.AddBackground(s12.bytes.data(), b12.bytes.data(), o12.data());
-  EXPECT_EQ(o12.Get(0, 0, 0), 1023u);
-  // Without a background the frame moves as a plain copy.
-  s12.Set(0, 0, 0, 4000);
-  p.AddBackground(s12.bytes.data(), nullptr, o12.data());
-  EXPECT_EQ(o12.Get(0, 0, 0), 4000u);
 }
 
 TEST(Markers, ColourRuleForEveryLayout) {
-  EXPECT_EQ(MarkerColorFor(0xFFFFFF, 10).value[0], 1023);
-  EXPECT_EQ(MarkerColorFor(0x010101, 10).value[0], 4);
-  EXPECT_EQ(MarkerColorFor(0x0000FF, 8).value[0], 25);    // red alone: 255 / 10
-  EXPECT_EQ(MarkerColorFor(0x00FF00, 8).value[0], 153);   // green: 6 * 255 / 10
-  EXPECT_EQ(MarkerColorFor(0xFF0000, 8).value[0], 76);    // blue: 3 * 255 / 10
-  const MarkerColor c24 = MarkerColorFor(0x102030, 24);
-  EXPECT_EQ(c24.value[0], 0x10);  // blue in byte 0
-  EXPECT_EQ(c24.value[1], 0x20);
-  EXPECT_EQ(c24.value[2], 0x30);
-  const MarkerColor c36 = MarkerColorFor(0xFF8000, 36);
-  EXPECT_EQ(c36.value[0], 4095);
-  EXPECT_EQ(c36.value[1], 0x80 * 4095 / 255);
-  EXPECT_EQ(c36.value[2], 0);
+  struct Case {
+    std::uint32_t rgb;
+    int depth;
+    std::int32_t want[3];
+  } cases[] = {
+      {0xFFFFFF, 10, {1023}}, {0x010101, 10, {4}},
+      {0x0000FF, 8, {25}}, {0x00FF00, 8, {153}}, {0xFF0000, 8, {76}},  // red, green, blue weighted 1, 6, 3 tenths
+      {0x102030, 24, {0x10, 0x20, 0x30}}, {0xFF8000, 36, {4095, 0x80 * 4095 / 255, 0}},
+  };
+  for (const Case& c : cases)
+    for (int k = 0; k < test::Channels(c.depth); ++k) EXPECT_EQ(MarkerColorFor(c.rgb, c.depth).value[k], c.want[k]) << std::hex << c.rgb;
 }
 
-// Which pixels of a buffer of `rows` rows hold the marker value (grey 8-bit).
+// Which pixels of an 8-bit buffer hold the marker.
 std::vector<std::string> Picture(const TestFrame& f) {
-  std::vector<std::string> lines;
-  for (int y = 0; y < f.height; ++y) {
-    std::string line;
-    for (int x = 0; x < f.width; ++x) line += f.Get(x, y, 0) ? '#' : '.';
-    lines.push_back(line);
-  }
+  std::vector<std::string> lines(f.height);
+  for (int y = 0; y < f.height; ++y)
+    for (int x = 0; x < f.width; ++x) lines[y] += f.Get(x, y, 0) ? '#' : '.';
   return lines;
 }
+using Lines = std::vector<std::string>;
 
 TEST(Markers, CrossAndGridDrawWhereTheRulesSay) {
   ImageProcessor p;
-  p.SetGeometry(6, 5, 8);
-  TestFrame f(6, 5, 8);
-  p.DrawCross(f.data(), 5, 1, 0, 5, 0xFFFFFF);  // last column: drawn at 4 and 5
-  EXPECT_EQ(Picture(f), (std::vector<std::string>{"....##", "######", "######", "....##", "....##"}));
-
-  // Top bar of 2 rows, picture of 4 rows: the horizontal line counts rows from
-  // the buffer's top, the vertical line spans exactly the picture.
-  TestFrame bar(5, 7, 8);
-  p.SetGeometry(5, 4, 8);
-  p.DrawCross(bar.data(), 1, 4, 2, 6, 0xFFFFFF);
-  EXPECT_EQ(Picture(bar), (std::vector<std::string>{".....", ".....", ".##..", ".##..", "#####", "#####", "....."}));
-
-  TestFrame grid(8, 6, 8);
-  p.SetGeometry(8, 6, 8);
-  p.DrawGrid(grid.data(), 2, 1, 0, 6, 0xFFFFFF);
-  EXPECT_EQ(Picture(grid), (std::vector<std::string>{"........", "........", "........", "########", "########", "........"}));
-  TestFrame none(8, 6, 8);
-  p.DrawGrid(none.data(), 1, 1, 0, 6, 0xFFFFFF);
-  EXPECT_EQ(none.bytes, std::vector<std::uint8_t>(48, 0));
-  TestFrame columns(8, 6, 8);
-  p.DrawGrid(columns.data(), 1, 3, 0, 6, 0xFFFFFF);  // cell width 2: lines at 2-3 and 4-5
-  EXPECT_EQ(Picture(columns)[0], "..####..");
-  EXPECT_EQ(Picture(columns)[5], "..####..");
+  auto draw = [&](bool grid, int w, int bufferRows, int pictureRows, int a, int b, int top, int bottom) {
+    TestFrame f(w, bufferRows, 8);
+    p.SetGeometry(w, pictureRows, 8);
+    grid ? p.DrawGrid(f.data(), a, b, top, bottom, 0xFFFFFF) : p.DrawCross(f.data(), a, b, top, bottom, 0xFFFFFF);
+    return Picture(f);
+  };
+  // Last column: drawn at 4 and 5.
+  EXPECT_EQ(draw(false, 6, 5, 5, 5, 1, 0, 5), (Lines{"....##", "######", "######", "....##", "....##"}));
+  // Top bar of 2 rows, picture of 4: the horizontal line counts rows from the
+  // buffer's top, the vertical line spans exactly the picture.
+  EXPECT_EQ(draw(false, 5, 7, 4, 1, 4, 2, 6), (Lines{".....", ".....", ".##..", ".##..", "#####", "#####", "....."}));
+  EXPECT_EQ(draw(true, 8, 6, 6, 2, 1, 0, 6), (Lines{"........", "........", "........", "########", "########", "........"}));
+  EXPECT_EQ(draw(true, 8, 6, 6, 1, 1, 0, 6), Lines(6, "........"));
+  EXPECT_EQ(draw(true, 8, 6, 6, 1, 3, 0, 6)[5], "..####..") << "cell width 2: lines at 2-3 and 4-5";
+  EXPECT_EQ(draw(true, 6, 4, 4, 0, 2, 0, 4), (Lines{"...##.", "...##.", "...##.", "...##."})) << "zero cells draw one direction";
 
   // Colour and deep layouts store the converted colour in every channel.
   TestFrame deep(4, 4, 36);
   p.SetGeometry(4, 4, 36);
   p.DrawCross(deep.data(), 0, 0, 0, 4, 0x0000FF);
-  EXPECT_EQ(deep.Get(3, 0, 2), 4095u);
-  EXPECT_EQ(deep.Get(3, 0, 0), 0u);
-  EXPECT_EQ(deep.Get(0, 3, 2), 4095u);
-  EXPECT_EQ(deep.Get(3, 3, 2), 0u);
+  EXPECT_EQ((std::array{deep.Get(3, 0, 2), deep.Get(3, 0, 0), deep.Get(0, 3, 2), deep.Get(3, 3, 2)}), (std::array{4095u, 0u, 4095u, 0u}));
 }
 
 TEST(Markers, HostilePositionsAndCountsStayInTheBuffer) {
@@ -112,17 +85,11 @@ TEST(Markers, HostilePositionsAndCountsStayInTheBuffer) {
       for (std::int32_t a : values)
         for (std::int32_t b : values)
           for (auto [top, bottom] : {std::pair{0, h}, {1, h + 1}, {-5, h}, {0, 1000}, {3, 1}}) {
-            std::vector<std::uint8_t> buffer(static_cast<std::size_t>(w) * (h + std::max(top, 0)) *
-                                             test::StorageBytes(depth));
+            std::vector<std::uint8_t> buffer(static_cast<std::size_t>(w) * (h + std::max(top, 0)) * test::StorageBytes(depth));
             p.SetGeometry(w, h, depth);
             p.DrawCross(buffer.data(), a, b, top, bottom, 0xFFFFFF);
             p.DrawGrid(buffer.data(), a, b, top, bottom, 0xFFFFFF);
           }
-  // Zero cells beside a usable count draw only the usable direction.
-  TestFrame f(6, 4, 8);
-  p.SetGeometry(6, 4, 8);
-  p.DrawGrid(f.data(), 0, 2, 0, 4, 0xFFFFFF);
-  EXPECT_EQ(Picture(f), (std::vector<std::string>{"...##.", "...##.", "...##.", "...##."}));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "frames/overlay/Blend.h"
@@ -30,40 +31,42 @@ TEST(LogoImage, LoadsColourAlphaAndGreyPadded) {
   MakePng(rgba, "RGBA", 10, 6);
   LogoImage logo;
   ASSERT_EQ(logo.Load(rgba.c_str()), 1);
-  EXPECT_EQ(logo.Width(), 12u) << "rounded up to a multiple of 4";
-  EXPECT_EQ(logo.Height(), 6u);
+  EXPECT_EQ((std::array{logo.Width(), logo.Height()}), (std::array{12u, 6u})) << "rounded up to a multiple of 4";
   ASSERT_NE(logo.Alpha(), nullptr);
   const int x = 3, y = 2, v = (x * 37 + y * 11) % 256;
   const std::uint8_t* p = logo.Pixels() + (y * 12 + x) * 3;
-  EXPECT_EQ(p[0], 77) << "blue";
-  EXPECT_EQ(p[1], 255 - v) << "green";
-  EXPECT_EQ(p[2], v) << "red";
-  EXPECT_EQ(logo.Alpha()[y * 12 + x], (x * 60) % 256);
-  EXPECT_EQ(logo.Pixels()[(y * 12 + 11) * 3], 0) << "padding columns are black";
-  EXPECT_EQ(logo.Alpha()[y * 12 + 10], 0);
+  EXPECT_EQ((std::array<int, 4>{p[0], p[1], p[2], logo.Alpha()[y * 12 + x]}), (std::array{77, 255 - v, v, x * 60 % 256}))
+      << "blue, green, red, alpha";
+  EXPECT_EQ((std::array<int, 2>{logo.Pixels()[(y * 12 + 11) * 3], logo.Alpha()[y * 12 + 10]}), (std::array{0, 0}))
+      << "padding columns are black and clear";
 
-  const std::string grey = dir.File("grey.png");
-  MakePng(grey, "L", 5, 3);
-  ASSERT_EQ(logo.Load(grey.c_str()), 1);
+  MakePng(dir.File("grey.png"), "L", 5, 3);
+  ASSERT_EQ(logo.Load(dir.File("grey.png").c_str()), 1);
   EXPECT_EQ(logo.Width(), 8u);
   EXPECT_EQ(logo.Alpha(), nullptr);
   const std::uint8_t* g = logo.Pixels() + (1 * 8 + 2) * 3;
-  EXPECT_EQ(g[0], g[2]) << "grey comes out as three equal channels";
-  EXPECT_EQ(g[1], (2 * 37 + 11) % 256);
+  EXPECT_EQ((std::array{g[0], g[1], g[2]}), (std::array<std::uint8_t, 3>{85, 85, 85})) << "grey as three equal channels";
+}
 
-  test::WriteFile(dir.path() / "bad.png", "\x89PNG\r\n\x1a\n garbage");
-  EXPECT_EQ(logo.Load(dir.File("bad.png").c_str()), 0);
-  EXPECT_FALSE(logo.IsLoaded());
+TEST(LogoImage, DamagedImagesAreRefused) {
+  test::TempDir dir;
+  MakePng(dir.File("good.png"), "RGBA", 40, 30);
+  const std::string good = test::ReadFile(dir.path() / "good.png");
+  LogoImage logo;
+  for (const std::string& bytes : {std::string("\x89PNG\r\n\x1a\n garbage"), good.substr(0, good.size() / 2),
+                                   good.substr(0, 40), std::string()}) {
+    test::WriteFile(dir.path() / "bad.png", bytes);
+    EXPECT_EQ(logo.Load(dir.File("bad.png").c_str()), 0) << bytes.size();
+    EXPECT_FALSE(logo.IsLoaded());
+  }
   EXPECT_EQ(logo.Load(dir.File("none.png").c_str()), 0);
   logo.Free();
   logo.Free();
 }
 
 TEST(LogoImage, DrawnAtItsScaleAndTransparency) {
-  EXPECT_EQ(LogoScalePercent(6), 100);
-  EXPECT_EQ(LogoScalePercent(0), 250);
-  EXPECT_EQ(LogoScalePercent(16), 5);
-  EXPECT_EQ(LogoScalePercent(17), 100);
+  EXPECT_EQ((std::array{LogoScalePercent(0), LogoScalePercent(6), LogoScalePercent(16), LogoScalePercent(17)}),
+            (std::array{250, 100, 5, 100}));
   std::vector<std::uint8_t> logo(8 * 8 * 3, 200);
   // At 100 percent the logo goes through the blend unscaled.
   std::vector<std::uint16_t> a(40 * 30, 100), b(40 * 30, 100);
@@ -73,20 +76,14 @@ TEST(LogoImage, DrawnAtItsScaleAndTransparency) {
   // At 50 percent: 4 columns, and 4 rows (rounded up to a multiple of 4).
   std::vector<std::uint8_t> frame(40 * 30, 0);
   DrawLogo(frame.data(), 40, 30, 8, kTopLeft, 50, 0, 0, logo.data(), 8, 8, nullptr);
-  int touched = 0, right = 0, bottom = 0;
-  for (int y = 0; y < 30; ++y)
-    for (int x = 0; x < 40; ++x)
-      if (frame[y * 40 + x]) ++touched, right = std::max(right, x), bottom = std::max(bottom, y);
-  EXPECT_EQ(touched, 16);
-  EXPECT_EQ(right, 3);
-  EXPECT_EQ(bottom, 3);
+  int touched = 0, outside = 0;
+  for (int i = 0; i < 40 * 30; ++i)
+    if (frame[i]) ++touched, outside += i % 40 > 3 || i / 40 > 3;
+  EXPECT_EQ((std::array{touched, outside}), (std::array{16, 0}));
   // A logo far larger than the frame is clipped, never written outside.
   std::vector<std::uint8_t> big(400 * 400 * 3, 255), small(20 * 10 + 64, 0x33);
   DrawLogo(small.data() + 32, 20, 10, 8, kCentre, 250, 0, 0, big.data(), 400, 400, nullptr);
-  for (int i = 0; i < 32; ++i) {
-    EXPECT_EQ(small[i], 0x33);
-    EXPECT_EQ(small[32 + 200 + i], 0x33);
-  }
+  for (int i = 0; i < 32; ++i) ASSERT_TRUE(small[i] == 0x33 && small[32 + 200 + i] == 0x33) << i;
 }
 
 }  // namespace
