@@ -90,66 +90,39 @@ TEST(Convolution, BuiltInUserAndBoxKernelsMatchTheReference) {
   std::uniform_int_distribution<int> size(1, 7), small(-9, 9), divisor(-20, 20);
   std::uniform_int_distribution<std::int32_t> huge(-40000, 40000);
   for (int round = 0; round < 120; ++round) {
-    const TestFrame in = test::RandomFrame(size(rng) + round % 11, size(rng) + round % 5, test::kDepths[round % 7], rng, 5);
-    ConvolutionFilter f{};
-    f.sizeX = size(rng) + (round % 3 == 0 ? 5 : 0);
+    ConvolutionFilter f = Kernel(size(rng) + (round % 3 == 0 ? 5 : 0), 1, 0, 0);
     f.sizeY = std::min(size(rng), 100 / f.sizeX);
-    do f.divisor = divisor(rng);
-    while (f.divisor == 0);
+    while (f.divisor == 0) f.divisor = divisor(rng);
     // Every fourth filter has coefficients beyond 16 bits: only the low 16 count.
     for (int t = 0; t < f.sizeX * f.sizeY; ++t) f.coefficients[t] = round % 4 == 0 ? huge(rng) : small(rng);
-    ExpectConvolution(f, in, test::Label("round", round));
+    ExpectConvolution(f, test::RandomFrame(size(rng) + round % 11, size(rng) + round % 5, test::kDepths[round % 7], rng, 5), "user");
     if (HasFatalFailure()) return;
   }
-  for (int n = 1; n <= 10; ++n)
-    for (int depth : {8, 12, 24, 36}) {
-      const TestFrame in = test::RandomFrame(n + 4, 6, depth, rng);
-      test::ExpectSameFrame(Applied(ImgOpBox, in, n), ReferenceConvolution(in, Kernel(n, n, n * n, 1)), test::Label("box", n));
-    }
+  for (int n : {1, 2, 5, 10}) {
+    const TestFrame in = test::RandomFrame(n + 4, 6, n % 2 ? 12 : 24, rng);
+    test::ExpectSameFrame(Applied(ImgOpBox, in, n), ReferenceConvolution(in, Kernel(n, n, n * n, 1)), test::Label("box", n));
+  }
 }
 
 TEST(Convolution, SumsAndQuotientsAtTheEdgesOfEveryArithmetic) {
-  // Kernels whose largest possible sum on 8-bit samples lies just below and
-  // just above 2^15, 2^23 and 2^24, on bright and random frames, with
-  // divisors that make the quotient land next to whole numbers.
+  // Largest 8-bit sums just below and above 2^15, 2^23 and 2^24, on bright
+  // and random frames, with divisors that land quotients next to whole numbers.
   std::mt19937 rng(13);
-  for (std::int32_t total : {128, 129, 32896, 32897, 65793, 65794})
-    for (int sign : {1, -1})
-      for (std::int32_t divisor : {1, 2, 3, 7, 12, 255, 4096, 4097, -5})
-        for (bool bright : {true, false}) {
-          ConvolutionFilter f = Kernel(3, 3, divisor, 0);
-          for (std::int32_t t = 0, left = total; t < 9; ++t) {  // the total over nine taps of 16 bits
-            const std::int32_t c = std::min(left, 32767);
-            f.coefficients[t] = sign * (t == 4 ? -c : c);
-            left -= c;
-          }
-          TestFrame in = test::RandomFrame(21, 6, 8, rng);
-          if (bright) in.Fill(255);
-          ExpectConvolution(f, in, test::Label("total", total * sign));
-          if (HasFatalFailure()) return;
-        }
-  // A float reciprocal of 41, 47 or 97 times a multiple of it lands just
-  // below the whole number; the quotient must still be whole.
-  for (std::int32_t divisor : {41, 47, 55, 97, 25, 49}) {
+  for (std::int32_t total : {32896, 32897, 65793, 65794})
+    for (std::int32_t divisor : {1, 3, 255, 4097, -5})
+      for (int trial = 0; trial < 4; ++trial) {
+        ConvolutionFilter f = Kernel(3, 3, divisor, 0);
+        for (std::int32_t t = 0, left = total; t < 9; left -= std::min(left, 32767), ++t)  // the total over nine taps of 16 bits
+          f.coefficients[t] = (trial % 2 ? -1 : 1) * (t == 4 ? -1 : 1) * std::min(left, 32767);
+        TestFrame in = test::RandomFrame(21, 6, 8, rng);
+        if (trial < 2) in.Fill(255);
+        ExpectConvolution(f, in, test::Label("total", total, "trial", trial));
+      }
+  // A float reciprocal of 41, 47 or 97 times a multiple of it lands just below the whole number.
+  for (std::int32_t divisor : {41, 47, 97}) {
     TestFrame in(6, 1, 8);
     for (int x = 0; x < 6; ++x) in.Set(x, 0, 0, std::min(255, divisor * x));
     ExpectConvolution(Kernel(1, 1, divisor, 1), in, "multiples");
-  }
-}
-
-TEST(Convolution, KernelsTheRecordCannotHoldAreRefusedAndLeaveZeros) {
-  std::mt19937 rng(3);
-  for (auto [sx, sy, divisor] : {std::array{0, 3, 1}, {3, -1, 1}, {11, 10, 1}, {300, 1, 1}, {-5, -5, 1}, {3, 3, 0}, {INT32_MAX, INT32_MAX, 1}})
-    for (int depth : {8, 16, 24, 36}) {
-      const ConvolutionFilter f = Kernel(sx, sy, divisor, 1);
-      EXPECT_TRUE(Applied(UserItem(f), test::RandomFrame(9, 4, depth, rng)).AllZero()) << sx << "x" << sy << " / " << divisor;
-    }
-  // Box sizes outside 1 to 10 are refused the same way; rows outside a
-  // table and a user item without a filter do nothing.
-  for (std::int32_t n : {0, -3, 11, INT32_MIN}) EXPECT_TRUE(Applied(ImgOpBox, test::RandomFrame(5, 5, 8, rng), n).AllZero()) << n;
-  for (auto [code, row] : {std::pair{1, 9}, {2, 16}, {3, -1}, {4, 8}, {5, 6}, {5, INT32_MAX}, {ImgOpUserFilter, 0}}) {
-    const TestFrame in = test::RandomFrame(5, 5, 12, rng);
-    EXPECT_EQ(Applied(code, in, row).bytes, in.bytes) << code << " row " << row;
   }
 }
 
@@ -164,7 +137,7 @@ TEST(RankFilters, MedianMinimumMaximumMatchTheReference) {
   };
   for (int depth : test::kDepths)
     for (auto size : test::kSizes)
-      for (int n : {1, 2, 3, 4, 5, 7, 9})
+      for (int n : {1, 2, 3, 4, 5, 7})
         for (RankKind kind : {RankKind::Median, RankKind::Minimum, RankKind::Maximum}) {
           check(size.w, size.h, depth, n, kind, false);
           if (HasFatalFailure()) return;
@@ -174,23 +147,29 @@ TEST(RankFilters, MedianMinimumMaximumMatchTheReference) {
     for (int n : {3, 5}) check(67, 9, depth, n, RankKind::Median, true);
 }
 
-TEST(RankFilters, MasksOutsideTheFrameOrBelowOneNeverFault) {
-  // A mask that covers more zeros than pixels gives a zero median and
-  // minimum; the maximum of a huge mask is the frame's maximum.
-  std::mt19937 rng(5);
-  for (int depth : {8, 12, 24, 36})
-    for (std::int32_t n : {0, -1, 99, 1001, INT32_MAX}) {
+TEST(Neighbourhood, RefusedKernelsAndMasksLeaveZerosAndNeverFault) {
+  std::mt19937 rng(3);
+  for (int depth : {8, 16, 24, 36}) {
+    for (auto [sx, sy, divisor] : {std::array{0, 3, 1}, {3, -1, 1}, {11, 10, 1}, {300, 1, 1}, {3, 3, 0}, {INT32_MAX, INT32_MAX, 1}})
+      EXPECT_TRUE(Applied(UserItem(Kernel(sx, sy, divisor, 1)), test::RandomFrame(9, 4, depth, rng)).AllZero()) << sx << "x" << sy;
+    for (std::int32_t n : {0, 11, INT32_MIN}) EXPECT_TRUE(Applied(ImgOpBox, test::RandomFrame(5, 5, depth, rng), n).AllZero()) << n;
+    // Masks of more zeros than pixels give a zero median and minimum; a huge maximum is the frame's maximum.
+    for (std::int32_t n : {0, -1, 1001, INT32_MAX}) {
       const TestFrame in = test::RandomFrame(5, 3, depth, rng);
-      for (std::int32_t code : {ImgOpMedian, ImgOpMinimum, ImgOpMaximum}) {
-        const TestFrame got = Applied(code, in, n);
-        EXPECT_TRUE(got.AllZero() || (n >= 1 && code == ImgOpMaximum)) << code << " " << n;
-        for (int c = 0; c < test::Channels(depth) && n >= 1 && code == ImgOpMaximum; ++c) {
-          std::uint32_t top = 0;
-          for (int i = 0; i < 15; ++i) top = std::max(top, in.Get(i % 5, i / 5, c));
-          EXPECT_EQ(got.Get(2, 1, c), top);
-        }
+      EXPECT_TRUE(Applied(ImgOpMedian, in, n).AllZero() && Applied(ImgOpMinimum, in, n).AllZero()) << n;
+      const TestFrame top = Applied(ImgOpMaximum, in, n);
+      for (int c = 0; c < test::Channels(depth) && n >= 1; ++c) {
+        std::uint32_t want = 0;
+        for (int i = 0; i < 15; ++i) want = std::max(want, in.Get(i % 5, i / 5, c));
+        EXPECT_EQ(top.Get(2, 1, c), want);
       }
     }
+  }
+  // Rows outside a table and a user item without a filter do nothing.
+  for (auto [code, row] : {std::pair{1, 9}, {3, -1}, {5, INT32_MAX}, {ImgOpUserFilter, 0}}) {
+    const TestFrame in = test::RandomFrame(5, 5, 12, rng);
+    EXPECT_EQ(Applied(code, in, row).bytes, in.bytes) << code << " row " << row;
+  }
 }
 
 TEST(Primitives, RowLengthsLongerThanTheRowAndRefusals) {
@@ -200,20 +179,17 @@ TEST(Primitives, RowLengthsLongerThanTheRowAndRefusals) {
   const std::size_t rowBytes = 7 * 2, padded = rowBytes + 6;
   std::vector<std::uint8_t> src(padded * 5, 0xEE), dst(padded * 5, 0xAB);
   for (int y = 0; y < 5; ++y) std::memcpy(&src[y * padded], &in.bytes[y * rowBytes], rowBytes);
-  const std::int16_t kernel[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
-  ASSERT_EQ(ConvolveBorder(PixelLayout::Grey16, src.data(), padded, dst.data(), padded, 7, 5, kernel, 3, 3, 16),
-            kPrimitiveOk);
   ConvolutionFilter g = Kernel(3, 3, 16, 0);
+  const std::int16_t kernel[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
   std::copy(kernel, kernel + 9, g.coefficients);
+  ASSERT_EQ(ConvolveBorder(PixelLayout::Grey16, src.data(), padded, dst.data(), padded, 7, 5, kernel, 3, 3, 16), kPrimitiveOk);
   const TestFrame want = ReferenceConvolution(in, g);
   for (int y = 0; y < 5; ++y) {
     EXPECT_EQ(0, std::memcmp(&dst[y * padded], &want.bytes[y * rowBytes], rowBytes)) << y;
     for (std::size_t b = rowBytes; b < padded; ++b) EXPECT_EQ(dst[y * padded + b], 0xAB);
   }
   EXPECT_EQ(ConvolveBorder(PixelLayout::Grey8, src.data(), 7, dst.data(), 7, 7, 5, kernel, 3, 3, 0), kPrimitiveBadDivisor);
-  EXPECT_EQ(ConvolveBorder(PixelLayout::Grey8, src.data(), 7, dst.data(), 7, 0, 5, kernel, 3, 3, 1), kPrimitiveBadSize);
   EXPECT_EQ(MedianBorder(PixelLayout::Grey8, src.data(), 7, dst.data(), 7, 7, 5, 3, 2), kPrimitiveBadMask);
-  EXPECT_EQ(MinimumBorder(PixelLayout::Color16, src.data(), 7, dst.data(), 7, 7, 5, 0, 3), kPrimitiveBadSize);
   EXPECT_EQ(MaximumBorder(PixelLayout::Color8, nullptr, 7, dst.data(), 7, 7, 5, 3, 3), kPrimitiveBadSize);
 }
 
