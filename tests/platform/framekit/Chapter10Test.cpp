@@ -21,7 +21,7 @@ std::uint64_t Le(const std::string& b, std::size_t at, int bytes) {
 
 struct Packet {
   std::uint16_t channel;
-  std::uint8_t type, sequence, flags, version;
+  std::uint8_t version, sequence, flags, type;
   std::uint64_t time;
   std::string body;  // channel-specific word and data
 };
@@ -51,10 +51,8 @@ Reading ReadPackets(const std::string& file) {
     if (at + packetLength > file.size()) break;  // a cut packet ends the file
     Packet p;
     p.channel = static_cast<std::uint16_t>(Le(file, at + 2, 2));
-    p.version = static_cast<std::uint8_t>(file[at + 12]);
-    p.sequence = static_cast<std::uint8_t>(file[at + 13]);
-    p.flags = static_cast<std::uint8_t>(file[at + 14]);
-    p.type = static_cast<std::uint8_t>(file[at + 15]);
+    std::uint8_t* const fields[] = {&p.version, &p.sequence, &p.flags, &p.type};
+    for (std::size_t i = 0; i < 4; ++i) *fields[i] = static_cast<std::uint8_t>(file[at + 12 + i]);
     p.time = Le(file, at + 16, 6);
     if (p.flags & 0x80) problem("unexpected secondary header");
     const std::size_t checksumBytes = std::size_t{1} << (p.flags & 3) >> 1;  // 0, 1, 2, 4
@@ -64,13 +62,11 @@ Reading ReadPackets(const std::string& file) {
     // The data checksum over the body and its filler, in the word size announced.
     const std::size_t covered = packetLength - 24 - checksumBytes;
     std::uint64_t dataSum = 0;
-    if (checksumBytes > 0) {
-      for (std::size_t i = 0; i < covered; i += checksumBytes) dataSum += Le(file, at + 24 + i, int(checksumBytes));
-      const std::uint64_t mask = checksumBytes == 4 ? 0xFFFFFFFFull : (1ull << (8 * checksumBytes)) - 1;
-      if ((dataSum & mask) != Le(file, at + 24 + covered, int(checksumBytes))) problem("data checksum");
-    } else {
-      problem("no data checksum");
-    }
+    if (checksumBytes == 0) problem("no data checksum");
+    for (std::size_t i = 0; checksumBytes > 0 && i < covered; i += checksumBytes)
+      dataSum += Le(file, at + 24 + i, int(checksumBytes));
+    const std::uint64_t mask = checksumBytes == 4 ? 0xFFFFFFFFull : (1ull << (8 * checksumBytes)) - 1;
+    if (checksumBytes > 0 && (dataSum & mask) != Le(file, at + 24 + covered, int(checksumBytes))) problem("data checksum");
     for (std::size_t i = dataLength; i < covered; ++i)
       if (file[at + 24 + i] != 0) problem("filler not zero");
     if (lastSequence.count(p.channel) && p.sequence != static_cast<std::uint8_t>(lastSequence[p.channel] + 1))
@@ -131,12 +127,6 @@ Ch10Frames Rebuild(const Reading& r) {
   return f;
 }
 
-std::string Pixels(std::uint32_t bytes, std::uint32_t frame) {
-  std::string s(bytes, '\0');
-  for (std::uint32_t i = 0; i < bytes; ++i) s[i] = static_cast<char>((i * 7 + frame * 13 + i / 251) & 0xFF);
-  return s;
-}
-
 std::string GevsBlock(std::uint32_t frame, std::uint64_t timestamp) {
   std::string b(1024, '\0');
   std::memcpy(b.data(), "OKN_GEVS", 8);
@@ -154,7 +144,10 @@ struct Recording {
 };
 
 test::FrameSpec Spec(const Recording& s) { return {s.width, s.height, s.bits, s.mosaic, s.mosaic ? 2u : 0u, s.rate}; }
-std::uint32_t FrameBytes(const Recording& s) { return static_cast<std::uint32_t>(test::FrameBytes(Spec(s))); }
+std::string Pixels(const Recording& s, std::uint32_t frame) {
+  const auto pixels = test::PatternFrame(Spec(s), frame);
+  return {pixels.begin(), pixels.end()};
+}
 
 // 2024-03-01 12:34:56.789 UTC, in nanoseconds since 1970.
 constexpr std::uint64_t kStart = 1709296496789000000ull;
@@ -163,10 +156,9 @@ int WriteCh10(const std::string& path, const Recording& s) {
   FrameHandle handle = nullptr;
   if (const int opened = OpenOutput(path.c_str(), 1, &handle); opened != 0) return opened;
   const FrameHeader header = test::MakeHeader(Spec(s));
-  const std::uint32_t bytes = FrameBytes(s);
   int result = 0;
   for (std::uint32_t i = 0; i < s.frames && result == 0; ++i) {
-    const std::string pixels = Pixels(bytes, i);
+    const std::string pixels = Pixels(s, i);
     const std::string block = GevsBlock(i, kStart + i * 1000);
     result = WriteFrame(handle, i, s.frames, &header, s.blocks ? block.data() : nullptr, pixels.data());
   }
@@ -195,13 +187,10 @@ TEST(Chapter10, EveryPacketChecksOutAndCarriesTheFramesAndBlocks) {
     ASSERT_GE(r.packets.size(), 3u);
     // First the setup record, on channel 0, in ASCII.
     const Packet& tmats = r.packets[0];
-    EXPECT_EQ(tmats.channel, 0);
-    EXPECT_EQ(tmats.type, 0x01);
-    EXPECT_EQ(Le(tmats.body, 0, 4) & 0x100, 0u);
-    const std::string text = tmats.body.substr(4);
-    EXPECT_NE(text.find("G\\106:09;"), std::string::npos);
-    EXPECT_NE(text.find("R-1\\CDT-2:IMGIN;"), std::string::npos);
-    EXPECT_NE(text.find(std::to_string(s.width) + " x " + std::to_string(s.height)), std::string::npos);
+    EXPECT_TRUE(tmats.channel == 0 && tmats.type == 0x01 && (Le(tmats.body, 0, 4) & 0x100) == 0);
+    for (const std::string& field : {std::string("G\\106:09;"), std::string("R-1\\CDT-2:IMGIN;"),
+                                     std::to_string(s.width) + " x " + std::to_string(s.height)})
+      EXPECT_NE(tmats.body.find(field), std::string::npos) << field;
     for (const Packet& p : r.packets) EXPECT_EQ(p.version, 0x04);
     // Time packets: the first at relative time 0 with the camera's time of the
     // first frame, then one for each second of relative time.
@@ -232,7 +221,7 @@ TEST(Chapter10, EveryPacketChecksOutAndCarriesTheFramesAndBlocks) {
     ASSERT_EQ(f.images.size(), s.frames);
     ASSERT_EQ(f.blocks.size(), s.blocks ? s.frames : 0u);
     for (std::uint32_t i = 0; i < s.frames; ++i) {
-      EXPECT_EQ(f.images[i], Pixels(FrameBytes(s), i)) << "frame " << i;
+      EXPECT_EQ(f.images[i], Pixels(s, i)) << "frame " << i;
       const std::uint64_t expected = static_cast<std::uint64_t>(std::llround(i * 1e7 / s.rate));
       EXPECT_EQ(f.imageTimes[i], expected);
       if (!s.blocks) continue;
@@ -270,7 +259,7 @@ TEST(Chapter10, BadCallsAndAFullDiskLeaveAValidFile) {
   EXPECT_TRUE(f.problems.empty());
   EXPECT_GE(f.images.size(), 4u);
   EXPECT_EQ(f.blocks.size(), f.images.size());
-  for (std::size_t i = 0; i < f.images.size(); ++i) EXPECT_EQ(f.images[i], Pixels(256 * 256 * 2, std::uint32_t(i)));
+  for (std::size_t i = 0; i < f.images.size(); ++i) EXPECT_EQ(f.images[i], Pixels(recording, std::uint32_t(i)));
 }
 
 }  // namespace
