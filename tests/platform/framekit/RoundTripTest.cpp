@@ -52,30 +52,24 @@ TEST_P(RoundTrip, FramesAndBlocksComeBackBitForBit) {
   auto file = framekit::OpenImageFile(path, &result);
   ASSERT_TRUE(file) << FrameKitResultText(result);
   const auto& info = file->Info();
-  EXPECT_EQ(info.fileType, c.type);
-  EXPECT_EQ(std::pair(info.width, info.height), std::pair(37u, 23u));
-  EXPECT_EQ(info.bits, c.bits) << "significant bits recorded";
-  EXPECT_EQ(info.mosaic, c.mosaic ? 1u : 0u);
-  EXPECT_EQ(info.mosaicOrder, c.mosaic ? 2u : 0u);
+  EXPECT_EQ(std::tuple(info.fileType, info.width, info.height, info.bits, info.mosaic, info.mosaicOrder),
+            std::tuple(c.type, 37u, 23u, c.bits, c.mosaic ? 1u : 0u, c.mosaic ? 2u : 0u));
   ASSERT_EQ(info.frameCount, frames);
   for (std::uint32_t i = 0; i < frames; ++i) {
     framekit::DecodedFrame frame;
     ASSERT_EQ(file->ReadFrame(i, frame), 0);
-    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, i)) << "frame " << i;
-    EXPECT_TRUE(frame.alpha.empty());
-    ASSERT_TRUE(frame.hasMetadata);
-    EXPECT_TRUE(frame.metadata == test::PatternBlock(i, test::JoinsBlock(path))) << "block of frame " << i;
+    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, i) && frame.alpha.empty()) << "frame " << i;
+    EXPECT_TRUE(frame.hasMetadata && frame.metadata == test::PatternBlock(i, test::JoinsBlock(path))) << "block " << i;
   }
 
   // The command-line reader agrees: the listing, and the last frame's pixels.
   const std::string inspect = test::InspectProgram(), last = std::to_string(frames - 1);
   std::string listing;
   ASSERT_EQ(test::RunCommand(inspect + " " + path, &listing), 0) << listing;
-  using ::testing::HasSubstr;
-  EXPECT_THAT(listing, HasSubstr("type " + std::to_string(c.type) + " (" + c.extension + ")"));
-  EXPECT_THAT(listing, HasSubstr("bits " + std::to_string(c.bits) + "\n"));
-  EXPECT_THAT(listing, HasSubstr("frames " + std::to_string(frames) + "\n"));
-  EXPECT_THAT(listing, HasSubstr("frame " + last + ": magic=OKN_BD1 frameIndex=" + last));
+  for (const std::string& line : {"type " + std::to_string(c.type) + " (" + c.extension + ")",
+                                  "bits " + std::to_string(c.bits) + "\n", "frames " + std::to_string(frames) + "\n",
+                                  "frame " + last + ": magic=OKN_BD1 frameIndex=" + last})
+    EXPECT_THAT(listing, ::testing::HasSubstr(line));
   const std::string dump = dir.File("dump.raw");
   ASSERT_EQ(test::RunCommand(inspect + " " + path + " --dump " + last + " " + dump), 0);
   const auto expected = test::PatternFrame(spec, frames - 1);
