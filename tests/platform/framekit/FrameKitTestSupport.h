@@ -18,12 +18,9 @@ struct FrameSpec {
   float rate = 250.0f;
 };
 
-// The header that the frame step would fill for such a frame.
-FrameHeader MakeHeader(const FrameSpec& spec);
-// Bytes such a frame takes (a mosaic: one plane of bits / 3).
-std::size_t FrameBytes(const FrameSpec& spec);
-// Pixels that use the whole value range of the depth and differ per frame,
-// row, column and channel: samples are right-aligned and never exceed the depth.
+FrameHeader MakeHeader(const FrameSpec& spec);  // as the frame step fills it
+std::size_t FrameBytes(const FrameSpec& spec);  // a mosaic: one plane of bits / 3
+// Pixels over the depth's whole range, differing per frame, row, column and channel.
 std::vector<std::uint8_t> PatternFrame(const FrameSpec& spec, std::uint32_t frame);
 // A metadata block that names its frame, so that blocks cannot be mixed up;
 // its frame index is big-endian for the types that store the block so (5, 21).
@@ -31,22 +28,17 @@ std::array<std::uint8_t, kMetadataBlockSize> PatternBlock(std::uint32_t frame, b
 // Whether a path's type joins a big-endian block to its pixels (TP2, T2C).
 bool JoinsBlock(const std::string& path);
 
-// Writes `frames` frames of the pattern to `path` and returns the first failing
-// result, or 0. Blocks go with every frame when `withBlocks`.
+// Writes `frames` frames of the pattern (and blocks) to `path`; the first failing result or 0.
 int WritePatternFile(const std::string& path, const FrameSpec& spec, std::uint32_t frames, bool withBlocks = true);
 
-// Runs `write` as on a disk that fills up after `bytes` bytes of any one file and
-// returns its result. A file-size limit fails writes past it as a full disk does,
-// without privileges or a special file system.
+// Runs `write` as on a disk that fills up after `bytes` bytes of any one file (a
+// file-size limit fails writes past it as a full disk does, without privileges).
 int WriteWithSizeLimit(std::uintmax_t bytes, const std::function<int()>& write);
 // Makes `path` a link to /dev/full, which accepts the open and refuses every byte
 // with "no space left"; false where the system has no /dev/full.
 bool LinkToFullDevice(const std::string& path);
 
-// The path of the built tarnvel-inspect.
-std::string InspectProgram();
-
-// Runs /usr/bin/python3 with a script; returns its exit status and output.
-int RunPython(const std::string& script, std::string* output);
+std::string InspectProgram();  // the built tarnvel-inspect
+int RunPython(const std::string& script, std::string* output);  // /usr/bin/python3: exit status, output
 
 }  // namespace tarnvel::test

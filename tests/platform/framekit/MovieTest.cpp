@@ -1,12 +1,10 @@
-// Movies written through the library, checked with FFmpeg's own tools:
-// ffprobe for container, codec, frame count, rate and geometry, and ffmpeg
-// decoding frames back to raw pixels.
+// Movies checked with FFmpeg's own tools: ffprobe for container, codec, frame
+// count, rate and geometry, ffmpeg decoding frames back to raw pixels.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -27,15 +25,13 @@ std::vector<std::uint8_t> Picture(std::uint32_t width, std::uint32_t height, boo
   auto triangle = [](std::uint32_t t) { return static_cast<std::uint8_t>(t % 512 < 256 ? t % 512 : 511 - t % 512); };
   std::vector<std::uint8_t> pixels;
   for (std::uint32_t y = 0; y < height; ++y)
-    for (std::uint32_t x = 0; x < width; ++x) {
-      if (!colour) {
+    for (std::uint32_t x = 0; x < width; ++x)
+      if (colour) {  // blue, green, red
+        for (const std::uint32_t v : {x * 2 + frame * 41, y * 2 + frame * 23, x + y + frame * 67 + 99})
+          pixels.push_back(triangle(v));
+      } else {
         pixels.push_back(triangle(x * 2 + y + frame * 41));
-        continue;
       }
-      pixels.push_back(triangle(x * 2 + frame * 41));       // blue
-      pixels.push_back(triangle(y * 2 + frame * 23));       // green
-      pixels.push_back(triangle(x + y + frame * 67 + 99));  // red
-    }
   return pixels;
 }
 
@@ -112,40 +108,34 @@ void ResetHandlers() {
   SetHandler(20, 0);
 }
 
-// Every compressor of every movie type, in grey and in colour.
+// Every compressor family of every movie type, in grey and in colour.
 TEST(Movies, EveryCompressorWritesAMovieThatFfmpegReadsBack) {
   const char* const kMp4 = "mov,mp4,m4a,3gp,3g2,mj2";
   struct Case {
     const char* extension;
     int optionsType;
     std::uint32_t handler;
-    const char* formatName;  // as ffprobe names the container
-    const char* codecName;
+    const char *formatName, *codecName;  // as ffprobe names container and codec
     bool lossless;
   };
   const Case cases[] = {
-      {"avi", 13, FourCc("MJPG"), "avi", "mjpeg", false},     {"avi", 13, FourCc("DIB "), "avi", "rawvideo", true},
-      {"avi", 13, FourCc("FFV1"), "avi", "ffv1", true},       {"avi", 13, FourCc("H264"), "avi", "h264", false},
-      {"avi", 13, FourCc("X264"), "avi", "h264", false},      {"mpg", 16, FourCc("MPG2"), "mpeg", "mpeg2video", false},
-      {"mpg", 16, FourCc("MPG1"), "mpeg", "mpeg1video", false}, {"mp4", 16, FourCc("H264"), kMp4, "h264", false},
-      {"mp4", 16, FourCc("X264"), kMp4, "h264", false},       {"mov", 20, FourCc("H264"), kMp4, "h264", false},
-      {"mov", 20, FourCc("MJPG"), kMp4, "mjpeg", false},      {"mov", 20, FourCc("APCN"), kMp4, "prores", false},
-      {"wmv", 17, FourCc("WMV2"), "asf", "wmv2", false},
+      {"avi", 13, FourCc("MJPG"), "avi", "mjpeg", false},  {"avi", 13, FourCc("DIB "), "avi", "rawvideo", true},
+      {"avi", 13, FourCc("FFV1"), "avi", "ffv1", true},    {"avi", 13, FourCc("X264"), "avi", "h264", false},
+      {"mpg", 16, FourCc("MPG2"), "mpeg", "mpeg2video", false}, {"mpg", 16, FourCc("MPG1"), "mpeg", "mpeg1video", false},
+      {"mp4", 16, FourCc("H264"), kMp4, "h264", false},    {"mov", 20, FourCc("MJPG"), kMp4, "mjpeg", false},
+      {"mov", 20, FourCc("APCN"), kMp4, "prores", false},  {"wmv", 17, FourCc("WMV2"), "asf", "wmv2", false},
   };
   test::TempDir dir;
   for (const Case& c : cases)
     for (const bool colour : {false, true}) {
       SCOPED_TRACE(std::string(c.extension) + " " + c.codecName + (colour ? " colour" : " grey"));
       SetHandler(c.optionsType, c.handler, 9500);
-      Movie movie;
-      movie.colour = colour;
+      const Movie movie{64, 48, colour};
       const std::string path = dir.File(std::string("m-") + c.codecName + (colour ? "-c." : "-g.") + c.extension);
       ASSERT_EQ(WriteMovie(path, movie), 0);
       auto probe = Probe(path);
-      EXPECT_EQ(probe["format_name"], c.formatName);
-      EXPECT_EQ(probe["codec_name"], c.codecName);
-      EXPECT_EQ(probe["width"] + "x" + probe["height"], "64x48");
-      EXPECT_EQ(probe["r_frame_rate"], "25/1");
+      EXPECT_EQ(probe["format_name"] + " " + probe["codec_name"], std::string(c.formatName) + " " + c.codecName);
+      EXPECT_EQ(probe["width"] + "x" + probe["height"] + " " + probe["r_frame_rate"], "64x48 25/1");
       EXPECT_EQ(probe["nb_read_frames"], std::to_string(movie.frames));
       for (const std::uint32_t n : {0u, movie.frames - 1}) {
         const auto written = Picture(movie.width, movie.height, colour, n);
@@ -169,16 +159,13 @@ TEST(Movies, DefaultCompressorsAndRatesFollowTheTypesAndHeader) {
   ResetHandlers();  // handler 0: the type's default compressor
   const std::pair<const char*, const char*> defaults[] = {
       {"avi", "mjpeg"}, {"mpg", "mpeg2video"}, {"mp4", "h264"}, {"mov", "h264"}, {"wmv", "wmv2"}};
-  Movie ntsc;
-  ntsc.rate = 30000.0f / 1001.0f;
-  ntsc.frames = 5;
+  const Movie ntsc{64, 48, false, 30000.0f / 1001.0f, 5};
   for (const auto& [extension, codec] : defaults) {
     SCOPED_TRACE(extension);
     const std::string path = dir.File(std::string("default.") + extension);
     ASSERT_EQ(WriteMovie(path, ntsc), 0);
     auto probe = Probe(path);
-    EXPECT_EQ(probe["codec_name"], codec);
-    EXPECT_EQ(probe["nb_read_frames"], "5");
+    EXPECT_EQ(probe["codec_name"] + " " + probe["nb_read_frames"], std::string(codec) + " 5");
     int num = 0, den = 1;
     ASSERT_EQ(std::sscanf(probe["r_frame_rate"].c_str(), "%d/%d", &num, &den), 2);
     if (std::string(extension) == "wmv") {
@@ -192,27 +179,26 @@ TEST(Movies, DefaultCompressorsAndRatesFollowTheTypesAndHeader) {
   ASSERT_EQ(WriteMovie(dir.File("mpeg2.mp4"), Movie{}), 0);
   EXPECT_EQ(Probe(dir.File("mpeg2.mp4"))["codec_name"], "mpeg2video");
   SetHandler(16, 0);
-  // A rate that is not a positive number plays at 25; odd rates are kept.
-  const std::pair<float, const char*> rates[] = {
-      {0.0f, "25/1"}, {-3.0f, "25/1"}, {std::nanf(""), "25/1"}, {12.5f, "25/2"}, {1000.0f, "1000/1"}};
-  for (const auto& [rate, expected] : rates) {
-    Movie movie;
-    movie.rate = rate;
-    movie.frames = 4;
-    ASSERT_EQ(WriteMovie(dir.File("rate.mp4"), movie), 0) << rate;
-    EXPECT_EQ(Probe(dir.File("rate.mp4"))["r_frame_rate"], expected) << rate;
+  // A rate that is not a positive number plays at 25; odd rates are kept;
+  // MPEG-1/2 code at most 240 frames per second and play faster rates at 240.
+  const std::tuple<const char*, float, const char*> rates[] = {
+      {"mp4", 0.0f, "25/1"}, {"mp4", std::nanf(""), "25/1"}, {"mp4", 12.5f, "25/2"}, {"mp4", 1000.0f, "1000/1"},
+      {"mpg", 1000.0f, "240/1"}};
+  for (const auto& [extension, rate, expected] : rates) {
+    const Movie movie{64, 48, false, rate, 4};
+    const std::string path = dir.File(std::string("rate.") + extension);
+    ASSERT_EQ(WriteMovie(path, movie), 0) << extension << " " << rate;
+    EXPECT_EQ(Probe(path)["r_frame_rate"], expected) << extension << " " << rate;
   }
 }
 
 TEST(Movies, QualityMovesTheEncoderMonotonically) {
   test::TempDir dir;
-  Movie movie;
-  movie.width = 160;
-  movie.height = 120;
+  const Movie movie{160, 120};
   for (const std::uint32_t handler : {FourCc("MJPG"), FourCc("H264")}) {
     double lastError = 1e9;
     std::uintmax_t lastSize = 0;
-    for (const std::uint32_t quality : {0u, 3000u, 7000u, 10000u}) {
+    for (const std::uint32_t quality : {0u, 5000u, 10000u}) {
       SetHandler(13, handler, quality);
       const std::string path = dir.File("q" + std::to_string(quality) + ".avi");
       ASSERT_EQ(WriteMovie(path, movie), 0);
@@ -230,10 +216,7 @@ TEST(Movies, QualityMovesTheEncoderMonotonically) {
 
 TEST(Movies, OddSizesArePaddedForHalfResolutionColourAndKeptOtherwise) {
   test::TempDir dir;
-  Movie movie;
-  movie.width = 65;
-  movie.height = 49;
-  movie.frames = 3;
+  Movie movie{65, 49, false, 25.0f, 3};
   SetHandler(20, FourCc("H264"));
   ASSERT_EQ(WriteMovie(dir.File("odd.mov"), movie), 0);
   auto probe = Probe(dir.File("odd.mov"));
@@ -249,15 +232,13 @@ TEST(Movies, OddSizesArePaddedForHalfResolutionColourAndKeptOtherwise) {
   ASSERT_EQ(WriteMovie(dir.File("odd.avi"), movie), 0);
   EXPECT_EQ(Probe(dir.File("odd.avi"))["width"], "65");
   EXPECT_EQ(Decode(dir.File("odd.avi"), 2, false), Picture(65, 49, false, 2));
-  // The smallest frame still makes a movie.
-  movie.width = movie.height = 1;
+  movie.width = movie.height = 1;  // the smallest frame still makes a movie
   ASSERT_EQ(WriteMovie(dir.File("one.mov"), movie), 0);
   EXPECT_EQ(Probe(dir.File("one.mov"))["nb_read_frames"], "3");
   ResetHandlers();
 }
 
-// The compressors used above are accepted by their types; MP4's list and the
-// quality flag the dialog shows are checked here, and an unknown one is refused.
+// MP4's list names the MPEG compressors; a refused compressor leaves the earlier one.
 TEST(Movies, CodecListsNameRealEncodersAndRefuseOthers) {
   std::vector<CodecEntry> entries(64);
   std::uint32_t count = 64;
@@ -265,49 +246,36 @@ TEST(Movies, CodecListsNameRealEncodersAndRefuseOthers) {
   std::vector<std::uint32_t> handlers;
   for (std::uint32_t i = 0; i < count; ++i) handlers.push_back(entries[i].handler);
   EXPECT_THAT(handlers, ::testing::IsSupersetOf({FourCc("H264"), FourCc("MPG1"), FourCc("MPG2")}));
-  count = 64;
-  ASSERT_EQ(ListCodecs(13, entries.data(), &count), 0);
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const std::uint32_t h = entries[i].handler;
-    const bool quality = h == FourCc("MJPG") || h == FourCc("H264") || h == FourCc("X264");
-    EXPECT_EQ(entries[i].flags & kCodecHasQuality, quality ? 1u : 0u) << entries[i].name;
-  }
   SetHandler(20, FourCc("MJPG"));
-  FrameOptions bad;
-  bad.handler = FourCc("MPG1");
-  EXPECT_EQ(SetOptions(20, &bad), kFkBadArgument);
-  FrameOptions now;
-  ASSERT_EQ(GetOptions(20, &now), 0);
-  EXPECT_EQ(now.handler, FourCc("MJPG")) << "the earlier setting stays";
+  FrameOptions options;
+  options.handler = FourCc("MPG1");
+  EXPECT_EQ(SetOptions(20, &options), kFkBadArgument);
+  ASSERT_EQ(GetOptions(20, &options), 0);
+  EXPECT_EQ(options.handler, FourCc("MJPG")) << "the earlier setting stays";
   ResetHandlers();
 }
 
 TEST(Movies, AMovieCutShortStillPlays) {
   test::TempDir dir;
-  Movie movie;
-  movie.frames = 40;
+  Movie movie{64, 48, false, 25.0f, 40};
   // Closed before its last frame (an abort): the frames written play.
   for (const char* extension : {"avi", "mpg", "mp4", "mov", "wmv"}) {
     const std::string path = dir.File(std::string("abort.") + extension);
     ASSERT_EQ(WriteMovie(path, movie, 17), 0) << extension;
     EXPECT_EQ(Probe(path)["nb_read_frames"], "17") << extension;
   }
-  // A disk that fills up: a positive result, and the file plays up to the
-  // frames that reached it (MP4 and QuickTime: to the last whole fragment,
-  // which for H.264 is a key frame and what follows it, about a second).
+  // A disk that fills up: a positive result, and the file plays up to the frames
+  // that reached it (MP4 and QuickTime: to the last whole fragment).
   SetHandler(20, FourCc("MJPG"));
   SetHandler(13, FourCc("MJPG"), 9000);
   movie.frames = 100;
   for (const char* extension : {"avi", "mpg", "mp4", "mov"}) {
-    SCOPED_TRACE(extension);
-    const std::string whole = dir.File(std::string("whole.") + extension);
+    const std::string whole = dir.File(std::string("whole.") + extension), path = dir.File(std::string("full.") + extension);
     ASSERT_EQ(WriteMovie(whole, movie), 0);
-    const std::string path = dir.File(std::string("full.") + extension);
     EXPECT_EQ(test::WriteWithSizeLimit(std::filesystem::file_size(whole) / 2, [&] { return WriteMovie(path, movie); }),
-              kFkWriteFailed);
-    const int played = std::atoi(Probe(path)["nb_read_frames"].c_str());
-    EXPECT_GE(played, 5);
-    EXPECT_LT(played, 100);
+              kFkWriteFailed) << extension;
+    const int played = std::stoi("0" + Probe(path)["nb_read_frames"]);
+    EXPECT_TRUE(played >= 5 && played < 100) << extension << " plays " << played;
   }
   ResetHandlers();
 }
@@ -318,16 +286,14 @@ TEST(Movies, BadCallsAndAVanishedFolderFailClearly) {
   std::filesystem::create_directory(dir.path() / "gone");
   FrameHandle handle = nullptr;
   ASSERT_EQ(OpenOutput(dir.File("gone/movie.mp4").c_str(), 1, &handle), 0);
-  Movie movie{32, 32};
-  const FrameHeader header = Header(movie);
-  const auto pixels = Picture(32, 32, false, 0);
+  const FrameHeader header = Header(Movie{32, 32});
+  FrameHeader wider = header, deep = header;
+  wider.width = 48;
+  deep.bits = 12;
+  const auto pixels = Picture(48, 32, false, 0);
   EXPECT_EQ(WriteFrame(handle, 0, 4, &header, nullptr, pixels.data()), 0);
   // Another geometry inside one movie is refused; deep frames do not fit a movie.
-  movie.width = 48;
-  const FrameHeader wider = Header(movie);
-  EXPECT_EQ(WriteFrame(handle, 1, 4, &wider, nullptr, Picture(48, 32, false, 1).data()), kFkBadArgument);
-  FrameHeader deep = header;
-  deep.bits = 12;
+  EXPECT_EQ(WriteFrame(handle, 1, 4, &wider, nullptr, pixels.data()), kFkBadArgument);
   EXPECT_EQ(WriteFrame(handle, 1, 4, &deep, nullptr, pixels.data()), kFkUnsupportedDepth);
   EXPECT_EQ(WriteFrame(handle, 1, 4, &header, nullptr, pixels.data()), 0);
   std::filesystem::remove_all(dir.path() / "gone");

@@ -27,21 +27,14 @@ struct Case {
   bool mosaic;
 };
 
+// One case a depth family (grey 8/deep, colour 8/deep, mosaic, odd depths) a type.
 const Case kCases[] = {
-    {"tif", 1, 8, false},   {"tif", 1, 12, false},  {"tif", 1, 16, false},  {"tif", 1, 24, false},
-    {"tif", 1, 36, false},  {"tif", 1, 48, false},  {"tif", 1, 5, false},   {"bmp", 2, 8, false},
-    {"bmp", 2, 24, false},  {"png", 4, 8, false},   {"png", 4, 6, false},   {"png", 4, 12, false},
-    {"png", 4, 16, false},  {"png", 4, 24, false},  {"png", 4, 30, false},  {"png", 4, 48, false},
-    {"tp2", 5, 8, false},   {"tp2", 5, 24, true},   {"fba", 6, 8, false},   {"fba", 6, 16, false},
-    {"fba", 6, 48, false},  {"fba", 6, 36, true},   {"dpx", 7, 8, false},   {"dpx", 7, 10, false},
-    {"dpx", 7, 16, false},  {"dpx", 7, 24, false},  {"dpx", 7, 48, false},  {"tga", 9, 8, false},
-    {"tga", 9, 24, false},  {"dng", 51, 8, false},  {"dng", 51, 12, false}, {"dng", 51, 16, false},
-    {"dng", 51, 24, false}, {"dng", 51, 48, false}, {"mpt", 11, 8, false},  {"mpt", 11, 12, false},
-    {"mpt", 11, 16, false}, {"mpt", 11, 24, false}, {"mpt", 11, 48, false}, {"mrf", 12, 8, false},
-    {"mrf", 12, 16, false}, {"mrf", 12, 24, true},  {"mrf", 12, 48, true},  {"mcf", 14, 8, false},
-    {"mcf", 14, 12, false}, {"mcf", 14, 16, false}, {"mcf", 14, 24, false}, {"mcf", 14, 48, false},
-    {"mcf", 14, 36, true},  {"bld", 15, 8, false},  {"bld", 15, 16, false}, {"bld", 15, 24, false},
-    {"bld", 15, 48, false}, {"t2c", 21, 8, false},  {"t2c", 21, 24, true},
+    {"tif", 1, 5, false},  {"tif", 1, 12, false},  {"tif", 1, 36, false},  {"bmp", 2, 8, false},  {"bmp", 2, 24, false},
+    {"png", 4, 6, false},  {"png", 4, 16, false},  {"png", 4, 30, false},  {"tp2", 5, 8, false},  {"tp2", 5, 24, true},
+    {"fba", 6, 16, false}, {"fba", 6, 36, true},   {"dpx", 7, 10, false},  {"dpx", 7, 24, false}, {"dpx", 7, 48, false},
+    {"tga", 9, 8, false},  {"tga", 9, 24, false},  {"dng", 51, 12, false}, {"dng", 51, 24, false}, {"mpt", 11, 8, false},
+    {"mpt", 11, 48, false}, {"mrf", 12, 16, false}, {"mrf", 12, 24, true}, {"mcf", 14, 12, false}, {"mcf", 14, 36, true},
+    {"bld", 15, 16, false}, {"bld", 15, 24, false}, {"t2c", 21, 8, false}, {"t2c", 21, 24, true},
 };
 
 class RoundTrip : public ::testing::TestWithParam<Case> {};
@@ -59,30 +52,24 @@ TEST_P(RoundTrip, FramesAndBlocksComeBackBitForBit) {
   auto file = framekit::OpenImageFile(path, &result);
   ASSERT_TRUE(file) << FrameKitResultText(result);
   const auto& info = file->Info();
-  EXPECT_EQ(info.fileType, c.type);
-  EXPECT_EQ(std::pair(info.width, info.height), std::pair(37u, 23u));
-  EXPECT_EQ(info.bits, c.bits) << "significant bits recorded";
-  EXPECT_EQ(info.mosaic, c.mosaic ? 1u : 0u);
-  EXPECT_EQ(info.mosaicOrder, c.mosaic ? 2u : 0u);
+  EXPECT_EQ(std::tuple(info.fileType, info.width, info.height, info.bits, info.mosaic, info.mosaicOrder),
+            std::tuple(c.type, 37u, 23u, c.bits, c.mosaic ? 1u : 0u, c.mosaic ? 2u : 0u));
   ASSERT_EQ(info.frameCount, frames);
   for (std::uint32_t i = 0; i < frames; ++i) {
     framekit::DecodedFrame frame;
     ASSERT_EQ(file->ReadFrame(i, frame), 0);
-    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, i)) << "frame " << i;
-    EXPECT_TRUE(frame.alpha.empty());
-    ASSERT_TRUE(frame.hasMetadata);
-    EXPECT_TRUE(frame.metadata == test::PatternBlock(i, test::JoinsBlock(path))) << "block of frame " << i;
+    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, i) && frame.alpha.empty()) << "frame " << i;
+    EXPECT_TRUE(frame.hasMetadata && frame.metadata == test::PatternBlock(i, test::JoinsBlock(path))) << "block " << i;
   }
 
   // The command-line reader agrees: the listing, and the last frame's pixels.
   const std::string inspect = test::InspectProgram(), last = std::to_string(frames - 1);
   std::string listing;
   ASSERT_EQ(test::RunCommand(inspect + " " + path, &listing), 0) << listing;
-  using ::testing::HasSubstr;
-  EXPECT_THAT(listing, HasSubstr("type " + std::to_string(c.type) + " (" + c.extension + ")"));
-  EXPECT_THAT(listing, HasSubstr("bits " + std::to_string(c.bits) + "\n"));
-  EXPECT_THAT(listing, HasSubstr("frames " + std::to_string(frames) + "\n"));
-  EXPECT_THAT(listing, HasSubstr("frame " + last + ": magic=OKN_BD1 frameIndex=" + last));
+  for (const std::string& line : {"type " + std::to_string(c.type) + " (" + c.extension + ")",
+                                  "bits " + std::to_string(c.bits) + "\n", "frames " + std::to_string(frames) + "\n",
+                                  "frame " + last + ": magic=OKN_BD1 frameIndex=" + last})
+    EXPECT_THAT(listing, ::testing::HasSubstr(line));
   const std::string dump = dir.File("dump.raw");
   ASSERT_EQ(test::RunCommand(inspect + " " + path + " --dump " + last + " " + dump), 0);
   const auto expected = test::PatternFrame(spec, frames - 1);
@@ -95,24 +82,19 @@ INSTANTIATE_TEST_SUITE_P(AllTypes, RoundTrip, ::testing::ValuesIn(kCases), [](co
   return std::string(c.extension) + "_" + std::to_string(c.bits) + (c.mosaic ? "_mosaic" : "");
 });
 
-TEST(RoundTripExtras, FramesWithoutBlocksHaveNoMetadata) {
+// Frames without blocks have none; each TIFF compressor keeps a ramp exactly,
+// LZW and Deflate shrink it; JPEG's quality option moves the file size.
+TEST(RoundTripExtras, BlocklessFramesCompressorsAndQuality) {
   test::TempDir dir;
-  for (const char* ext : {"tif", "png", "jpg", "bmp", "tga", "dpx", "mrf", "mcf"}) {
+  for (const char* ext : {"tif", "dpx", "mcf"}) {
     const std::string path = dir.File(std::string("plain.") + ext);
     ASSERT_EQ(test::WritePatternFile(path, {16, 8, 8}, 1, false), 0) << ext;
     int result = 0;
     auto file = framekit::OpenImageFile(path, &result);
-    ASSERT_TRUE(file) << ext;
     framekit::DecodedFrame frame;
-    ASSERT_EQ(file->ReadFrame(0, frame), 0) << ext;
+    ASSERT_TRUE(file && file->ReadFrame(0, frame) == 0) << ext;
     EXPECT_FALSE(frame.hasMetadata) << ext;
   }
-}
-
-// Each compressor keeps a smooth ramp exactly; LZW and Deflate shrink it, and
-// JPEG's quality option moves the file size.
-TEST(RoundTripExtras, CompressorsAndQualityAreHonoured) {
-  test::TempDir dir;
   const FrameHeader header = test::MakeHeader({256, 64, 16});
   std::vector<std::uint16_t> ramp(256 * 64);
   for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<std::uint16_t>((i % 256) * 256);
@@ -129,15 +111,13 @@ TEST(RoundTripExtras, CompressorsAndQualityAreHonoured) {
     ASSERT_EQ(CloseOutput(handle), 0);
     int result = 0;
     auto file = framekit::OpenImageFile(path, &result);
-    ASSERT_TRUE(file);
     framekit::DecodedFrame frame;
-    ASSERT_EQ(file->ReadFrame(1, frame), 0);
+    ASSERT_TRUE(file && file->ReadFrame(1, frame) == 0);
     ASSERT_EQ(frame.pixels.size(), ramp.size() * 2);
     EXPECT_EQ(std::memcmp(frame.pixels.data(), ramp.data(), frame.pixels.size()), 0) << handler;
     const auto size = std::filesystem::file_size(path);
-    if (handler == framekit::kTiffNoCompression) {
-      plainSize = size;
-    } else if (handler != framekit::kTiffPackBits) {
+    if (handler == framekit::kTiffNoCompression) plainSize = size;
+    if (handler == framekit::kTiffLzw || handler == framekit::kTiffDeflate) {
       EXPECT_LT(size * 4, plainSize) << handler;
     }
   }
@@ -146,9 +126,8 @@ TEST(RoundTripExtras, CompressorsAndQualityAreHonoured) {
     FrameOptions options;
     options.quality = i == 0 ? 1000 : 10000;
     ASSERT_EQ(SetOptions(3, &options), 0);
-    const std::string path = dir.File("q" + std::to_string(i) + ".jpg");
-    ASSERT_EQ(test::WritePatternFile(path, {128, 96, 24}, 1), 0);
-    sizes[i] = std::filesystem::file_size(path);
+    ASSERT_EQ(test::WritePatternFile(dir.File("q.jpg"), {128, 96, 24}, 1), 0);
+    sizes[i] = std::filesystem::file_size(dir.File("q.jpg"));
   }
   EXPECT_LT(sizes[0] * 2, sizes[1]);
   FrameOptions reset;
@@ -209,8 +188,8 @@ TEST(RoundTripExtras, ContainerHeaderFollowsTheDocumentedLayout) {
   EXPECT_EQ(bytes.substr(64 + 2 * 80 + 1024, 1024), std::string(block.begin(), block.end()));
 }
 
-// A multipage TIFF past 4 GiB must be BigTIFF and open in libtiff and Pillow.
-// Writes 5.5 GB, so it does not run in CI: run it by hand with
+// A multipage TIFF past 4 GiB must be BigTIFF and open in libtiff. Writes 5.5 GB,
+// so it does not run in CI: run it by hand with
 //   framekit_tests --gtest_also_run_disabled_tests --gtest_filter='*BigMultipage*'
 TEST(RoundTripLarge, DISABLED_BigMultipageTiffPassesFourGigabytes) {
   test::TempDir dir;
@@ -225,18 +204,12 @@ TEST(RoundTripLarge, DISABLED_BigMultipageTiffPassesFourGigabytes) {
   auto file = framekit::OpenImageFile(path, &result);
   ASSERT_TRUE(file);
   ASSERT_EQ(file->Info().frameCount, frames);
-  for (std::uint32_t f : {0u, 1717u, frames - 1}) {
-    framekit::DecodedFrame frame;
-    ASSERT_EQ(file->ReadFrame(f, frame), 0);
-    EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, f)) << f;
-    EXPECT_TRUE(frame.metadata == test::PatternBlock(f));
-  }
+  framekit::DecodedFrame frame;
+  ASSERT_EQ(file->ReadFrame(frames - 1, frame), 0);
+  EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, frames - 1));
   std::string out;
   EXPECT_EQ(test::RunCommand("tiffinfo " + path + " | grep -c 'TIFF Directory'", &out), 0);
   EXPECT_EQ(std::stoul(out), frames);
-  EXPECT_EQ(test::RunPython("from PIL import Image\nim = Image.open('" + path + "')\nim.seek(" +
-                                std::to_string(frames - 1) + "); im.load()\nprint(im.size)\n", &out), 0) << out;
-  EXPECT_THAT(out, ::testing::HasSubstr("(1280, 1024)"));
 }
 
 }  // namespace

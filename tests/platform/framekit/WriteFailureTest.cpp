@@ -1,7 +1,5 @@
-// Writes that the system refuses: a folder that cannot be made, a full
-// device, a disk that fills up in the middle of a file. Each gives a positive
-// result (a failure of the system, not of the call), never a crash, and a cut
-// file keeps what reached the disk.
+// Writes the system refuses (no folder, a full device, a disk filling up) give a
+// positive result, never a crash, and a cut file keeps what reached the disk.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -36,9 +34,7 @@ TEST(WriteFailures, UncreatablePathsAndAFullDeviceFailEveryType) {
     const std::uint32_t frames = row.capabilities & framekit::kMultiFrame ? 3 : 1;
     ASSERT_EQ(test::WritePatternFile(dir.File("fine." + ext), small, frames), 0) << ext;
     const std::string full = dir.File("full." + ext);
-    if (test::LinkToFullDevice(full)) {
-      EXPECT_GT(test::WritePatternFile(full, small, frames), 0) << ext;
-    }
+    EXPECT_TRUE(!test::LinkToFullDevice(full) || test::WritePatternFile(full, small, frames) > 0) << ext;
   }
 }
 
@@ -72,12 +68,8 @@ TEST(WriteFailures, ADiskFillingUpMidFileKeepsTheWholeFramesWritten) {
     auto file = framekit::OpenImageFile(path, &result);
     ASSERT_TRUE(file) << FrameKitResultText(result);
     const std::uint32_t whole = file->Info().frameCount;
-    if (ext == "mcf") {
-      EXPECT_GE(whole, 3u) << "compressed frames are smaller: at least as many fit";
-    } else {
-      EXPECT_EQ(failedAt, 3u) << "the frame that met the full disk fails";
-      EXPECT_EQ(whole, 3u);
-    }
+    // Compressed frames are smaller: at least as many fit. Otherwise the frame that met the full disk fails.
+    EXPECT_TRUE(ext == "mcf" ? whole >= 3 : failedAt == 3 && whole == 3) << failedAt << " " << whole;
     for (std::uint32_t i = 0; i < whole; ++i) {
       framekit::DecodedFrame frame;
       ASSERT_EQ(file->ReadFrame(i, frame), 0);
@@ -108,10 +100,8 @@ TEST(WriteFailures, AContainerNeverClosedStillShowsItsFrames) {
     // As after a crash: the header still counts no frames.
     int result = 0;
     auto file = framekit::OpenImageFile(path, &result);
-    ASSERT_TRUE(file) << ext;
-    EXPECT_EQ(file->Info().frameCount, 3u) << ext;
     framekit::DecodedFrame frame;
-    ASSERT_EQ(file->ReadFrame(2, frame), 0);
+    ASSERT_TRUE(file && file->Info().frameCount == 3u && file->ReadFrame(2, frame) == 0) << ext;
     EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, 2));
     EXPECT_EQ(CloseOutput(handle), 0);
   }
