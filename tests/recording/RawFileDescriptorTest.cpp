@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "recording/ModelTable.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel {
@@ -139,19 +138,6 @@ TEST(RawFileDescriptor, DefaultsBlocksAndDamagedFiles) {
   EXPECT_STREQ(cal, "");
   ASSERT_EQ(ReadRawFileInfo(file.c_str(), 0, &info), 1);
   EXPECT_EQ(FieldText(info.Volumes), "");
-}
-
-TEST(ModelTable, IndexesAndNumbers) {
-  EXPECT_EQ(ModelIndexOf(0), 0u);
-  EXPECT_EQ(ModelIndexOf(11), 12u);
-  EXPECT_EQ(ModelIndexOf(6), 1u);
-  EXPECT_EQ(ModelIndexOf(74), 69u);
-  EXPECT_EQ(ModelIndexOf(75), 0u);
-  EXPECT_EQ(ModelAt(12), 11u);
-  EXPECT_EQ(ModelAt(70), 0u);
-  EXPECT_EQ(ModelAt(71), 0u);
-  EXPECT_EQ(ModelAt(0xFFFFFFFFu), 0u);
-  for (std::uint32_t model = 6; model <= 74; ++model) EXPECT_EQ(ModelAt(ModelIndexOf(model)), model);
 }
 
 }  // namespace
