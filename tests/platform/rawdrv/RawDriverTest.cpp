@@ -132,7 +132,9 @@ std::vector<int> ReadColour(StoreSpec s, const std::vector<std::uint16_t>& sampl
   Opened rec(dir.path());
   EXPECT_EQ(rec.result, 0);
   if (rec.result != 0) return {};
-  if (mosaic) EXPECT_EQ(SetMosaicDelivery(rec.handle, 1), 0);
+  if (mosaic) {
+    EXPECT_EQ(SetMosaicDelivery(rec.handle, 1), 0);
+  }
   EXPECT_EQ(rec.Property(kPropPixelDepth), 3 * s.bits);
   return Values(rec.Read(0), s.bits > 8);
 }
