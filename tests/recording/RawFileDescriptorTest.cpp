@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
-#include "recording/ModelTable.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel {
@@ -13,28 +13,15 @@ namespace {
 using test::TempDir;
 
 RawFileInfo SampleInfo(std::uint32_t perSegment, std::uint32_t frames) {
-  RawFileInfo info{};
-  info.HeaderOffset = 4096;
-  info.FrameSize = 1966128;
-  info.FrameCount = frames;
-  info.FramesPerSegment = perSegment;
-  info.PixelDepth = 36;
-  info.PreTrigger = 20;
-  info.CalibrationType = 1;
-  info.MulFirstFrame = 2;
-  info.VolumesCount = 2;
-  info.ThreadsPerVolume = 4;
-  info.Boards = 3;
-  std::strcpy(info.Volumes, "DE");
-  return info;
+  return RawFileInfo{4096, 1966128, frames, perSegment, 36, 20, 1, 2, /*VolumesCount*/ 2, /*ThreadsPerVolume*/ 4, 3, "DE"};
 }
 
 bool Same(const RawFileInfo& a, const RawFileInfo& b) {
-  return a.HeaderOffset == b.HeaderOffset && a.FrameSize == b.FrameSize && a.FrameCount == b.FrameCount &&
-         a.FramesPerSegment == b.FramesPerSegment && a.PixelDepth == b.PixelDepth && a.PreTrigger == b.PreTrigger &&
-         a.CalibrationType == b.CalibrationType && a.MulFirstFrame == b.MulFirstFrame &&
-         a.VolumesCount == b.VolumesCount && a.ThreadsPerVolume == b.ThreadsPerVolume && a.Boards == b.Boards &&
-         FieldText(a.Volumes) == FieldText(b.Volumes);
+  const auto fields = [](const RawFileInfo& i) {
+    return std::tuple{i.HeaderOffset, i.FrameSize, i.FrameCount, i.FramesPerSegment, i.PixelDepth, i.PreTrigger,
+                      i.CalibrationType, i.MulFirstFrame, i.VolumesCount, i.ThreadsPerVolume, i.Boards, FieldText(i.Volumes)};
+  };
+  return fields(a) == fields(b);
 }
 
 TEST(RawFileDescriptor, WritesTheLinesInOrderAndReadsThemBack) {
@@ -139,19 +126,6 @@ TEST(RawFileDescriptor, DefaultsBlocksAndDamagedFiles) {
   EXPECT_STREQ(cal, "");
   ASSERT_EQ(ReadRawFileInfo(file.c_str(), 0, &info), 1);
   EXPECT_EQ(FieldText(info.Volumes), "");
-}
-
-TEST(ModelTable, IndexesAndNumbers) {
-  EXPECT_EQ(ModelIndexOf(0), 0u);
-  EXPECT_EQ(ModelIndexOf(11), 12u);
-  EXPECT_EQ(ModelIndexOf(6), 1u);
-  EXPECT_EQ(ModelIndexOf(74), 69u);
-  EXPECT_EQ(ModelIndexOf(75), 0u);
-  EXPECT_EQ(ModelAt(12), 11u);
-  EXPECT_EQ(ModelAt(70), 0u);
-  EXPECT_EQ(ModelAt(71), 0u);
-  EXPECT_EQ(ModelAt(0xFFFFFFFFu), 0u);
-  for (std::uint32_t model = 6; model <= 74; ++model) EXPECT_EQ(ModelAt(ModelIndexOf(model)), model);
 }
 
 }  // namespace
