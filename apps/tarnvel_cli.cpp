@@ -36,8 +36,10 @@
 namespace {
 
 std::atomic<int> g_interrupts{0};
+std::atomic<bool> g_terminate{false};
 
 void OnInterrupt(int) { ++g_interrupts; }
+void OnTerminate(int) { g_terminate = true; }
 
 int Usage() {
   std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n");
@@ -87,7 +89,7 @@ int main(int argc, char** argv) {
                       },
                       settings);
   std::signal(SIGINT, OnInterrupt);
-  std::signal(SIGTERM, OnInterrupt);
+  std::signal(SIGTERM, OnTerminate);
   scheduler.StartThread();
 
   SuiteListener listener;
@@ -102,8 +104,15 @@ int main(int argc, char** argv) {
   for (const std::string& path : paths) AddFile(scheduler, console, path, false);
 
   int askedAt = 0;
+  bool terminating = false;
   for (;;) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    // A termination request (a service stop, a shutdown) aborts every job
+    // without asking; the jobs close their outputs and keep the raw files.
+    if (g_terminate && !terminating) {
+      scheduler.AbortJobs(true);
+      terminating = true;
+    }
     const int interrupts = g_interrupts.load();
     if (interrupts > askedAt) {
       if (askedAt == 0) {
@@ -115,7 +124,7 @@ int main(int argc, char** argv) {
       }
     }
     const bool idle = !scheduler.HasPendingJobs() && !scheduler.Busy();
-    if (listen ? console.CloseRequested() && idle : idle) break;
+    if (listen && !terminating ? console.CloseRequested() && idle : idle) break;
   }
   listener.Stop();
   scheduler.Close();

@@ -80,6 +80,17 @@ TEST(Cli, ListensForSuiteCommands) {
   std::string output;
   EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh"), &output), 0) << output << test::ReadFile(dir.path() / "log");
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "sent000004.tif")) << test::ReadFile(dir.path() / "log");
+
+  // A termination request ends a listening converter without a close command.
+  const std::string stop =
+      "TARNVEL_SOCKET=" + dir.File("t.sock") + " TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " " + Cli() +
+      " --listen > " + dir.File("log2") + " 2>&1 & pid=$!\n"
+      "for i in $(seq 100); do [ -S " + dir.File("t.sock") + " ] && break; sleep 0.05; done\n"
+      "kill -TERM $pid\n"
+      "for i in $(seq 100); do kill -0 $pid 2>/dev/null || break; sleep 0.05; done\n"
+      "kill -KILL $pid 2>/dev/null && exit 9; wait $pid; exit 0\n";
+  test::WriteFile(dir.path() / "stop.sh", stop);
+  EXPECT_EQ(test::RunCommand("sh " + dir.File("stop.sh"), &output), 0) << output << test::ReadFile(dir.path() / "log2");
 }
 
 // A disk that fills up during a job: the job fails with its message, the
