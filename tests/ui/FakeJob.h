@@ -1,6 +1,6 @@
-// A conversion that the test controls, behind the job interface: it runs a
-// given number of frames, each released by the test or at once, with the pause
-// gate and abort flag of a real job, and reports as a real job does.
+// A conversion the test controls behind the job interface: a given number of
+// frames, each released by the test or at once, with a real job's pause gate,
+// abort flag and reports.
 #pragma once
 
 #include <atomic>
@@ -37,24 +37,16 @@ class FakeJob : public ConversionJob {
     ++world_.deleted;
   }
 
-  void SetReportTarget(void*, ReportFunction report, void* context) override {
-    report_ = report;
-    context_ = context;
-  }
+  void SetReportTarget(void*, ReportFunction report, void* context) override { report_ = report, context_ = context; }
   void SetOverrides(const char* folder, const JobOverrides& given) override {
-    hasOverrides = true;
-    destFolder = folder ? folder : "";
-    overrides = given;
+    hasOverrides = true, destFolder = folder ? folder : "", overrides = given;
   }
   int Start(bool onOwnThread) override {
     ++world_.started;
     if (!onOwnThread) return Convert();
     done_ = std::make_unique<ManualResetEvent>(false);
     runState_ = RunState::RunningOnThread;
-    thread_ = std::thread([this] {
-      Convert();
-      done_->Set();
-    });
+    thread_ = std::thread([this] { Convert(), done_->Set(); });
     return 0;
   }
   int WaitDone(std::uint32_t ms) override {
@@ -66,10 +58,7 @@ class FakeJob : public ConversionJob {
   }
   void Pause() override { gate_.Reset(); }
   void Resume() override { gate_.Set(); }
-  void Abort() override {
-    gate_.Set();
-    abortFlag_ = 1;
-  }
+  void Abort() override { gate_.Set(), abortFlag_ = 1; }
   std::uint32_t RowIndex() const override { return row_; }
   bool AbortRequested() const override { return abortFlag_ != 0; }
   RunState GetRunState() const override { return runState_; }
@@ -91,19 +80,12 @@ class FakeJob : public ConversionJob {
     return result;
   }
   int Run() {
-    if (plan_.failCode != 0) {
-      statusCode_ = plan_.failCode;
-      statusText_ = plan_.failText;
-      return -1;
-    }
+    if (plan_.failCode != 0) return statusCode_ = plan_.failCode, statusText_ = plan_.failText, -1;
     const std::uint32_t start = TickCount();
     report_(context_, row_, "out.tif", start, 1, 1, plan_.frames);
     for (std::int32_t i = 0; i < plan_.frames; ++i) {
       gate_.Wait();
-      if (abortFlag_) {
-        statusCode_ = 107;
-        break;
-      }
+      if (abortFlag_) { statusCode_ = 107; break; }
       if (plan_.stepByStep) world_.frameRelease.acquire();
       report_(context_, row_, "out.tif", start, -1, i + 1, plan_.frames);
     }
