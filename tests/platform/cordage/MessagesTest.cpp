@@ -19,15 +19,10 @@ TEST(Messages, StyleFollowsTheNumberAndTextsCarryTheirArgumentLiterally) {
 }
 
 TEST(Messages, DisplayGoesThroughTheInstalledHandler) {
-  int seenNumber = 0, seenStyle = 0;
-  SetMessageHandler([&](int number, int style, const std::string&) {
-    seenNumber = number;
-    seenStyle = style;
-    return kAnswerNo;
-  });
+  std::pair<int, int> seen;
+  SetMessageHandler([&](int number, int style, const std::string&) { return seen = {number, style}, kAnswerNo; });
   EXPECT_EQ(CgDisplayMsg(nullptr, kMsgConfirmAbort, kStyleYesNoQuestion, nullptr), kAnswerNo);
-  EXPECT_EQ(seenNumber, 1061);
-  EXPECT_EQ(seenStyle, 36);
+  EXPECT_EQ(seen, std::pair(1061, 36));
   SetMessageHandler(nullptr);
   EXPECT_EQ(CgDisplayMsg(nullptr, kMsgConfirmAbort, kStyleYesNoQuestion, nullptr), kAnswerYes)
       << "without a front end a question is answered yes";
