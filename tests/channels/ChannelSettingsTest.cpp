@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "tests/support/TestFiles.h"
 
@@ -23,10 +24,8 @@ TEST(PlotSettings, MissingProfileResetsAndKeysAreRead) {
                   "ChannelColor_00=10\nChannelColor_15=18\nChannelColor_5=99\n");
   ReadPlotSettings(dir.path().c_str(), &plot);
   EXPECT_EQ(plot.DisplayChannel, 2) << "from its own section";
-  EXPECT_EQ(plot.YResolution, -3);
-  EXPECT_EQ(plot.GridColor, 5);
-  EXPECT_EQ(plot.ChannelColor[0], 10);
-  EXPECT_EQ(plot.ChannelColor[15], 18);
+  EXPECT_EQ(std::tuple(plot.YResolution, plot.GridColor, plot.ChannelColor[0], plot.ChannelColor[15]),
+            std::tuple(-3, 5, 10, 18));
   EXPECT_EQ(plot.ChannelColor[5], defaults.ChannelColor[5]) << "the key needs two digits";
 }
 
@@ -41,20 +40,14 @@ TEST(ChannelSettings, RulesAndSectionNumber) {
                   "\n[DaChannel_2_2]\nGain=2\nLabel=" + std::string(200, 'l') +
                   "\n[DaChannel_0_4]\nLabel=wrong section\n");
   ReadChannelSettings(dir.path().c_str(), &settings, 2);
-  EXPECT_EQ(settings.Status, 5);
-  EXPECT_EQ(settings.SamplingRate, 100);
-  EXPECT_EQ(settings.SamplesPerFrame, 2);
-  EXPECT_EQ(settings.TriggerInToChannel1, 1);
-  EXPECT_STREQ(settings.Channels[0].Label, "Pressure left");
-  EXPECT_STREQ(settings.Channels[0].Units, "[bar]");
-  EXPECT_EQ(settings.Channels[0].ScaleFactor, 2.5f);
-  EXPECT_EQ(settings.Channels[0].Gain, 3u);
-  EXPECT_EQ(settings.Channels[1].ScaleFactor, 1.0f);
-  EXPECT_EQ(settings.Channels[1].Gain, 0u);
-  EXPECT_EQ(std::string(settings.Channels[1].Units), std::string(31, 'u'));
-  EXPECT_EQ(settings.Channels[2].Gain, 2u);
-  EXPECT_EQ(std::string(settings.Channels[2].Label), std::string(127, 'l'));
-  EXPECT_STREQ(settings.Channels[4].Label, "Channel_5");
+  EXPECT_EQ(std::tuple(settings.Status, settings.SamplingRate, settings.SamplesPerFrame, settings.TriggerInToChannel1),
+            std::tuple(5, 100, 2, 1));
+  const ChannelEntry* c = settings.Channels;
+  EXPECT_EQ(std::string(c[0].Label) + "|" + c[0].Units, "Pressure left|[bar]");
+  EXPECT_EQ(std::tuple(c[0].ScaleFactor, c[0].Gain, c[1].ScaleFactor, c[1].Gain, c[2].Gain),
+            std::tuple(2.5f, 3u, 1.0f, 0u, 2u));
+  EXPECT_EQ(std::string(c[1].Units) + std::string(c[2].Label), std::string(31, 'u') + std::string(127, 'l'));
+  EXPECT_STREQ(c[4].Label, "Channel_5");
 
   ReadChannelSettings(dir.path().c_str(), &settings, 0);
   EXPECT_EQ(settings.SamplingRate, 99999);
