@@ -20,21 +20,17 @@ TEST(ChannelGen, EveryFormReadsBack) {
   TempDir dir;
   ChannelPlan plan;
   plan.channelMask = (1u << 0) | (1u << 3) | (1u << 9) | (1u << 15);
-  plan.frameRate = 250;
-  plan.samplesPerFrame = 8;  // 2000 samples per second and channel: 500 us apart
-  plan.frameCount = 30;
-  plan.startSeconds = -0.02;
-  plan.amplitude = 9.5f;
+  plan.frameRate = 250, plan.samplesPerFrame = 8;  // 2000 samples per second and channel: 500 us apart
+  plan.frameCount = 30, plan.startSeconds = -0.02, plan.amplitude = 9.5f;
   const ChannelRecording rec = MakeChannelRecording(plan);
 
   for (int type = 1; type <= 7; ++type) {
     const std::string path = ChannelFilePath(dir.path().string(), "run", type);
     ASSERT_TRUE(WriteChannelFile(path, type, rec)) << path;
-    ChannelFileHeader header{};
+    ChannelFileHeader header{}, head{};
     ChannelCodes codes;
     int readType = 0;
     ASSERT_EQ(ReadChannelData(path.c_str(), &readType, &header, &codes), 1) << path;
-    ChannelFileHeader head{};
     ASSERT_EQ(ReadChannelHeader(path.c_str(), nullptr, &head), 1) << path;
     EXPECT_EQ(readType, type);
     for (const ChannelFileHeader* h : {&header, &head})
@@ -55,9 +51,7 @@ TEST(ChannelGen, EveryFormReadsBack) {
 TEST(ChannelGen, EveryFormCutShort) {
   TempDir dir;
   ChannelPlan plan;
-  plan.channelMask = 0b1010'0110;
-  plan.frameCount = 20;
-  plan.samplesPerFrame = 5;
+  plan.channelMask = 0b1010'0110, plan.frameCount = 20, plan.samplesPerFrame = 5;
   const ChannelRecording rec = MakeChannelRecording(plan);
   int partial = 0;
   for (int type = 1; type <= 7; ++type) {
@@ -87,9 +81,7 @@ TEST(ChannelGen, EveryFormCutShort) {
 TEST(ChannelGen, IndependentReadersAgree) {
   TempDir dir;
   ChannelPlan plan;
-  plan.channelMask = 0b101;
-  plan.frameCount = 5;
-  plan.samplesPerFrame = 2;
+  plan.channelMask = 0b101, plan.frameCount = 5, plan.samplesPerFrame = 2;
   const ChannelRecording rec = MakeChannelRecording(plan);
   const std::string csv = dir.File("run.CSV"), xml = dir.File("run.XML");
   ASSERT_TRUE(WriteChannelFile(csv, 7, rec));
