@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <optional>
+#include <utility>
 
 #include "platform/suitelink/SuiteLink.h"
 #include "tests/support/TestFiles.h"
@@ -23,6 +25,10 @@ class Settings : public ::testing::Test {
   void Machine(const std::string& values) {
     test::WriteFile(dir_.path() / "machine.reg", "[Software\\OKN\\Kestrelite\\CurrentVersion]\n" + values);
   }
+  static std::pair<int, int> Parallel() {
+    const ParallelSettings s = ReadParallelSettings();
+    return {s.enabled, s.maximum};
+  }
   test::TempDir dir_;
 };
 
@@ -39,19 +45,17 @@ TEST_F(Settings, ParallelSettingsComeFromTheMigratedKeyOnly) {
   EXPECT_EQ(ReadParallelSettings().maximum, 4);
   Machine("MultiThreadRawConversion=1\nMultiThreadMaxRawFiles=8\n");
   User("MultiThreadRawConversion=0\nMultiThreadMaxRawFiles=3\n");
-  EXPECT_EQ(ReadParallelSettings().maximum, 8) << "a current key without UseJumboPackets is not migrated";
-  EXPECT_EQ(ReadParallelSettings().enabled, 1);
+  EXPECT_EQ(Parallel(), std::pair(1, 8)) << "a current key without UseJumboPackets is not migrated";
   User("UseJumboPackets=0\nMultiThreadMaxRawFiles=1\n");
-  EXPECT_EQ(ReadParallelSettings().maximum, 2) << "below 2 reads as 2";
-  EXPECT_EQ(ReadParallelSettings().enabled, 0);
+  EXPECT_EQ(Parallel(), std::pair(0, 2)) << "below 2 reads as 2";
 
   // Writes go to the current key even when reads do not.
   User("MultiThreadMaxRawFiles=3\n");
   WriteParallelSettings({1, 6});
   EXPECT_EQ(ReadParallelSettings().maximum, 8) << "read back only through UseJumboPackets";
   auto key = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
-  EXPECT_EQ(key->ReadWord("MultiThreadMaxRawFiles"), 6u);
-  EXPECT_EQ(key->ReadWord("MultiThreadRawConversion"), 1u);
+  EXPECT_EQ(std::pair(key->ReadWord("MultiThreadMaxRawFiles"), key->ReadWord("MultiThreadRawConversion")),
+            std::pair(std::optional(6u), std::optional(1u)));
   std::filesystem::remove(dir_.path() / "user.reg");
   WriteParallelSettings({1, 6});
   EXPECT_FALSE(std::filesystem::exists(dir_.path() / "user.reg")) << "no key is ever created";
