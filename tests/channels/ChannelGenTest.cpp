@@ -76,30 +76,5 @@ TEST(ChannelGen, EveryFormCutShort) {
   EXPECT_GE(partial, 15);  // the text forms read what they hold
 }
 
-// Readers of the suite's neighbours see the same content: Python's csv and XML
-// parsers, independent of our readers.
-TEST(ChannelGen, IndependentReadersAgree) {
-  TempDir dir;
-  ChannelPlan plan;
-  plan.channelMask = 0b101, plan.frameCount = 5, plan.samplesPerFrame = 2;
-  const ChannelRecording rec = MakeChannelRecording(plan);
-  const std::string csv = dir.File("run.CSV"), xml = dir.File("run.XML");
-  ASSERT_TRUE(WriteChannelFile(csv, 7, rec));
-  ASSERT_TRUE(WriteChannelFile(xml, 5, rec));
-  std::string out;
-  const std::string script =
-      "import csv,sys,xml.etree.ElementTree as E\n"
-      "rows=list(csv.reader(open(sys.argv[1])))\n"
-      "ns={'ss':'urn:schemas-microsoft-com:office:spreadsheet'}\n"
-      "t=E.parse(sys.argv[2]).getroot()\n"
-      "ws=t.find('ss:Worksheet',ns)\n"
-      "xr=ws.findall('ss:Table/ss:Row',ns)\n"
-      "print(rows[0], len(rows)-1, ws.get('{urn:schemas-microsoft-com:office:spreadsheet}Name'), len(xr),"
-      " float(rows[3][2]) == float(xr[2].findall('ss:Cell/ss:Data',ns)[2].text))\n";
-  test::WriteFile(dir.File("check.py"), script);
-  ASSERT_EQ(test::RunCommand("/usr/bin/python3 " + dir.File("check.py") + " " + csv + " " + xml, &out), 0) << out;
-  EXPECT_EQ(out, "['Time', 'Channel0', 'Channel2'] 10 PGDA1 10 True\n");
-}
-
 }  // namespace
 }  // namespace tarnvel
