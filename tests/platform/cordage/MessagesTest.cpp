@@ -5,7 +5,7 @@
 namespace tarnvel {
 namespace {
 
-TEST(Messages, StyleFollowsTheNumberAndTextsCarryTheirArgumentLiterally) {
+TEST(Messages, StylesTextsCatalogueAndHandler) {
   for (auto [number, style] : {std::pair{999, kStyleError}, {1000, kStyleWarning}, {1999, kStyleWarning},
                                {2000, kStyleInformation}})
     EXPECT_EQ(StyleOf(number), style) << number;
@@ -16,9 +16,8 @@ TEST(Messages, StyleFollowsTheNumberAndTextsCarryTheirArgumentLiterally) {
   EXPECT_EQ(MessageText(33, "x"), "Ordner x geht nicht.");
   EXPECT_NE(MessageText(90, "y").find("y"), std::string::npos) << "numbers the catalogue lacks stay English";
   SetMessageCatalogue({});
-}
 
-TEST(Messages, DisplayGoesThroughTheInstalledHandler) {
+  // Display goes through the installed handler.
   std::pair<int, int> seen;
   SetMessageHandler([&](int number, int style, const std::string&) { return seen = {number, style}, kAnswerNo; });
   EXPECT_EQ(CgDisplayMsg(nullptr, kMsgConfirmAbort, kStyleYesNoQuestion, nullptr), kAnswerNo);
