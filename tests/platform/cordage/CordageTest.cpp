@@ -1,9 +1,12 @@
+#include "platform/cordage/Folders.h"
+#include "platform/cordage/Messages.h"
 #include "platform/cordage/Profile.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <thread>
@@ -156,6 +159,61 @@ TEST(Profile, ReadsFromManyThreadsWhileFilesChange) {
   writer.join();
   for (auto& r : readers) r.join();
   EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST(Folders, CreateNestedExistingAndImpossible) {
+  test::TempDir dir;
+  const std::string nested = dir.File("a/b/c");
+  EXPECT_EQ(CgCreateNewDirectory(nested.c_str()), 0);
+  EXPECT_TRUE(std::filesystem::is_directory(nested));
+  EXPECT_EQ(CgCreateNewDirectory(nested.c_str()), 0) << "an existing folder is left alone";
+  test::WriteFile(dir.path() / "file", "x");
+  EXPECT_EQ(CgCreateNewDirectory(dir.File("file/sub").c_str()), kCreateFolderFailed);
+  EXPECT_EQ(CgCreateNewDirectory(nullptr), kCreateFolderFailed);
+  if (::geteuid() != 0) {  // root writes anywhere
+    std::filesystem::permissions(dir.path() / "a", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    EXPECT_EQ(CgCreateNewDirectory(dir.File("a/new").c_str()), kCreateFolderFailed);
+  }
+}
+
+TEST(Folders, EnumFilesSizeThenFill) {
+  test::TempDir dir;
+  for (const char* name : {"b.RAW", "a.raw", "c.cal", "d.txt", "noext"}) test::WriteFile(dir.path() / name, "x");
+  std::filesystem::create_directory(dir.path() / "sub.raw");
+  const char* extensions[] = {".raw", "CAL", nullptr};
+  const int bytes = CgEnumFiles(dir.path().c_str(), "", extensions, nullptr, 0);
+  EXPECT_EQ(bytes, 6 + 6 + 6);
+  std::vector<char> buffer(bytes);
+  EXPECT_EQ(CgEnumFiles(dir.path().c_str(), "", extensions, buffer.data(), bytes), 3);
+  EXPECT_EQ(std::string(buffer.data(), bytes), std::string("a.raw\0b.RAW\0c.cal\0", 18));
+  // Only whole names go into a short buffer.
+  std::vector<char> shortBuffer(10, '#');
+  EXPECT_EQ(CgEnumFiles(dir.path().c_str(), "", extensions, shortBuffer.data(), 10), 1);
+  EXPECT_EQ(shortBuffer[6], '#');
+  EXPECT_EQ(CgEnumFiles(dir.File("missing").c_str(), "", extensions, nullptr, 0), 0);
+}
+
+
+TEST(Messages, StylesTextsCatalogueAndHandler) {
+  for (auto [number, style] : {std::pair{999, kStyleError}, {1000, kStyleWarning}, {1999, kStyleWarning},
+                               {2000, kStyleInformation}})
+    EXPECT_EQ(StyleOf(number), style) << number;
+  EXPECT_NE(MessageText(33, "/data/out").find("/data/out"), std::string::npos);
+  EXPECT_NE(MessageText(90, "%s%n%x").find("%s%n%x"), std::string::npos) << "a hostile argument is text, not a format";
+  EXPECT_NE(MessageText(4242).find("4242"), std::string::npos);
+  SetMessageCatalogue({{33, "Ordner %s geht nicht."}});
+  EXPECT_EQ(MessageText(33, "x"), "Ordner x geht nicht.");
+  EXPECT_NE(MessageText(90, "y").find("y"), std::string::npos) << "numbers the catalogue lacks stay English";
+  SetMessageCatalogue({});
+
+  // Display goes through the installed handler.
+  std::pair<int, int> seen;
+  SetMessageHandler([&](int number, int style, const std::string&) { return seen = {number, style}, kAnswerNo; });
+  EXPECT_EQ(CgDisplayMsg(nullptr, kMsgConfirmAbort, kStyleYesNoQuestion, nullptr), kAnswerNo);
+  EXPECT_EQ(seen, std::pair(1061, 36));
+  SetMessageHandler(nullptr);
+  EXPECT_EQ(CgDisplayMsg(nullptr, kMsgConfirmAbort, kStyleYesNoQuestion, nullptr), kAnswerYes)
+      << "without a front end a question is answered yes";
 }
 
 }  // namespace
