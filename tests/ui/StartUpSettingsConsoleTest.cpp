@@ -134,7 +134,6 @@ TEST_F(Settings, NotifySuiteOptions) {
   EXPECT_EQ(got, (std::vector<std::uint8_t>{1, 0, 0, 0, 6, 0, 0, 0}));
 }
 
-
 // Everything written to a memory stream, as text.
 struct Captured {
   char* data = nullptr;

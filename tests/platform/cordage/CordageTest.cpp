@@ -193,7 +193,6 @@ TEST(Folders, EnumFilesSizeThenFill) {
   EXPECT_EQ(CgEnumFiles(dir.File("missing").c_str(), "", extensions, nullptr, 0), 0);
 }
 
-
 TEST(Messages, StylesTextsCatalogueAndHandler) {
   for (auto [number, style] : {std::pair{999, kStyleError}, {1000, kStyleWarning}, {1999, kStyleWarning},
                                {2000, kStyleInformation}})
