@@ -67,7 +67,7 @@ std::vector<std::uint8_t> Message(std::uint32_t command, std::uint32_t count, st
   return bytes;
 }
 
-TEST_F(SuiteLink, MessagesArriveWholeAndOneListenerOwnsThePath) {
+TEST_F(SuiteLink, MessagesArriveWholeOneListenerOwnsThePathStaleFilesAreReplaced) {
   const std::string job = "/data/rec/args.ini";
   EXPECT_EQ(SendSuiteMessage(path_, 1, {reinterpret_cast<const std::uint8_t*>(job.data()), job.size()}), 1u);
   EXPECT_EQ(SendSuiteMessage(path_, 4, {}), 1u);
@@ -79,6 +79,17 @@ TEST_F(SuiteLink, MessagesArriveWholeAndOneListenerOwnsThePath) {
   EXPECT_EQ(second.Start(path_, Handler()), EADDRINUSE) << "refused while the first lives";
   listener_.Stop();
   EXPECT_FALSE(SendSuiteMessage(path_, 3, {}, 200)) << "nobody listens any more";
+
+  // A stale socket file is replaced; a path too long for a socket is refused.
+  const std::string stale = dir_.File("stale.sock");
+  const sockaddr_un address = AddressOf(stale);
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ::close(fd);  // the file stays, nobody listens
+  SuiteListener listener;
+  EXPECT_EQ(listener.Start(stale, Handler()), 0);
+  EXPECT_EQ(SendSuiteMessage(stale, 2, {}), 1u);
+  EXPECT_EQ(listener.Start(dir_.File(std::string(200, 'x')), Handler()), ENAMETOOLONG);
 }
 
 TEST_F(SuiteLink, HostileClientsAreDroppedWithoutACall) {
@@ -97,32 +108,6 @@ TEST_F(SuiteLink, HostileClientsAreDroppedWithoutACall) {
   EXPECT_EQ(SendSuiteMessage(path_, 3, {}), 1u);
   EXPECT_EQ(Count(), afterNoise + 1);
   for (const auto& [command, payload] : messages_) EXPECT_LE(payload.size(), kMaxSuitePayload);
-}
-
-TEST_F(SuiteLink, StaleSocketFileIsReplaced) {
-  const std::string stale = dir_.File("stale.sock");
-  const sockaddr_un address = AddressOf(stale);
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  ::close(fd);  // the file stays, nobody listens
-  SuiteListener listener;
-  EXPECT_EQ(listener.Start(stale, Handler()), 0);
-  EXPECT_EQ(SendSuiteMessage(stale, 2, {}), 1u);
-  EXPECT_EQ(listener.Start(dir_.File(std::string(200, 'x')), Handler()), ENAMETOOLONG);
-}
-
-// The command-line sender: each verb becomes its command and payload.
-TEST_F(SuiteLink, SendProgramSpeaksTheProtocol) {
-  const std::string send = (test::BinaryDir() / "apps/tarnvel-send").string() + " --socket " + path_;
-  for (const char* verb : {" add '/data/rec 7/args.ini'", " options 1 12", " pause", " raw 99 hello"})
-    EXPECT_EQ(test::RunCommand(send + verb), 0) << verb;
-  EXPECT_EQ(test::RunCommand(send + " options x 2"), 2) << "usage error";
-  ASSERT_EQ(Count(), 4u);
-  EXPECT_EQ(Text(0), "/data/rec 7/args.ini");
-  EXPECT_EQ(messages_[1].second, (std::vector<std::uint8_t>{1, 0, 0, 0, 12, 0, 0, 0}));
-  EXPECT_EQ(std::pair(messages_[2].first, messages_[3].first), std::pair(2u, 99u));
-  listener_.Stop();
-  EXPECT_EQ(test::RunCommand(send + " resume"), 1) << "nobody listening";
 }
 
 }  // namespace
