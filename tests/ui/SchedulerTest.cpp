@@ -29,6 +29,11 @@ class SchedulerTest : public ::testing::Test {
   void Start(ParallelSettings settings, std::initializer_list<const char*> paths,
              std::initializer_list<const char*> stepped = {}, std::int32_t frames = 50) {
     for (const char* p : stepped) plans_[p] = FakeJobPlan{frames, true, 0, {}};
+    Make(settings);
+    Add(paths);
+    scheduler_->StartThread();
+  }
+  void Make(ParallelSettings settings) {
     scheduler_ = std::make_unique<Scheduler>(
         list_, frontEnd_,
         [this](const std::string& path, std::uint32_t row, bool sentBySuite) {
@@ -36,11 +41,10 @@ class SchedulerTest : public ::testing::Test {
           auto job =
               std::make_unique<test::FakeJob>(world_, it != plans_.end() ? it->second : FakeJobPlan{}, row, sentBySuite);
           jobs_.push_back(job.get());
+          paths_.push_back(path);
           return job;
         },
         settings, Scheduler::Timing{20, 1000});
-    Add(paths);
-    scheduler_->StartThread();
   }
   void Add(std::initializer_list<const char*> paths) {
     for (const char* p : paths) scheduler_->AddJob(p, nullptr, nullptr, false);
@@ -60,6 +64,7 @@ class SchedulerTest : public ::testing::Test {
   test::FakeJobWorld world_;
   std::map<std::string, FakeJobPlan> plans_;
   std::vector<test::FakeJob*> jobs_;
+  std::vector<std::string> paths_;
   std::unique_ptr<Scheduler> scheduler_;
 };
 
@@ -216,40 +221,24 @@ TEST(JobList, TextsAndRows) {
 
 // A scheduler whose thread is not started: AddFile's rows, jobs and messages
 // can be read at leisure.
-class AddFileTest : public ::testing::Test {
+class AddFileTest : public SchedulerTest {
  protected:
-  AddFileTest()
-      : scheduler_(list_, frontEnd_,
-                   [this](const std::string& path, std::uint32_t row, bool sentBySuite) {
-                     auto job = std::make_unique<test::FakeJob>(world_, test::FakeJobPlan{}, row, sentBySuite);
-                     jobs_.push_back(job.get());
-                     paths_.push_back(path);
-                     return job;
-                   },
-                   {0, 4}) {}
-
+  AddFileTest() { Make({0, 4}); }
   void AddBatch(const std::string& body, bool withOptions = false, const std::string& name = "list.bat") {
     test::WriteFile(dir_.path() / name, "[List]\r\nSignature=OKN Fathom Bureau Raw Batch File V 1.00\r\n" + body);
-    AddFile(scheduler_, frontEnd_, dir_.File(name), withOptions);
+    AddFile(*scheduler_, frontEnd_, dir_.File(name), withOptions);
   }
-
   test::TempDir dir_;
-  test::RecordingFrontEnd frontEnd_;
-  JobList list_{frontEnd_};
-  test::FakeJobWorld world_;
-  std::vector<test::FakeJob*> jobs_;
-  std::vector<std::string> paths_;
-  Scheduler scheduler_;
 };
 
 TEST_F(AddFileTest, JobFileWithAndWithoutOptions) {
-  AddFile(scheduler_, frontEnd_, "/data/Rec/Cam1/args.ini", false);
+  AddFile(*scheduler_, frontEnd_, "/data/Rec/Cam1/args.ini", false);
   ASSERT_EQ(jobs_.size(), 1u);
   EXPECT_FALSE(jobs_[0]->hasOverrides) << "a job file without options takes everything from itself";
   EXPECT_EQ(list_.Row(0).cells[kFolderColumn], "Rec/Cam1") << "a job file keeps its case";
-  AddFile(scheduler_, frontEnd_, "/data/rec/cam2/args.ini", true, [](const std::string&, JobOverrides&) { return false; });
+  AddFile(*scheduler_, frontEnd_, "/data/rec/cam2/args.ini", true, [](const std::string&, JobOverrides&) { return false; });
   EXPECT_EQ(jobs_.size(), 1u) << "Cancel adds nothing";
-  AddFile(scheduler_, frontEnd_, "/data/rec/cam2/args.ini", true, [](const std::string&, JobOverrides& o) {
+  AddFile(*scheduler_, frontEnd_, "/data/rec/cam2/args.ini", true, [](const std::string&, JobOverrides& o) {
     o.fileType = 4;
     return true;
   });
@@ -284,7 +273,7 @@ TEST_F(AddFileTest, RefusedAndHostileBatches) {
   // A folder whose name holds ".bat" makes its args.ini a batch with a wrong signature: silently nothing.
   std::filesystem::create_directory(dir_.path() / "take.bat.d");
   test::WriteFile(dir_.path() / "take.bat.d/args.ini", "[ArgSect]\r\nArg03=5\r\n");
-  AddFile(scheduler_, frontEnd_, dir_.File("take.bat.d/args.ini"), true);
+  AddFile(*scheduler_, frontEnd_, dir_.File("take.bat.d/args.ini"), true);
   EXPECT_TRUE(jobs_.empty());
   EXPECT_TRUE(frontEnd_.messages.empty()) << "a wrong signature is silent";
 
@@ -306,7 +295,7 @@ TEST_F(AddFileTest, RefusedAndHostileBatches) {
   EXPECT_EQ(frontEnd_.messages.back().number, kMsgPathTooLong);
   AddBatch("DestinationFolder=/" + std::string(400, 'd') + "\r\nCount=1\r\nFile_000=/y/args.ini\r\n", false, "b2.bat");
   EXPECT_EQ(frontEnd_.messages.back().number, 33) << "an overlong destination is refused, never cut";
-  AddFile(scheduler_, frontEnd_, longPath, false);
+  AddFile(*scheduler_, frontEnd_, longPath, false);
   EXPECT_EQ(jobs_.size(), 1u);
 }
 
