@@ -551,16 +551,13 @@ TEST_F(Settings, ParallelSettingsComeFromTheMigratedKeyOnly) {
 TEST_F(Settings, NotifySuiteOptions) {
   ::setenv("TARNVEL_SUITE_SOCKET", dir_.File("suite.sock").c_str(), 1);
   EXPECT_FALSE(NotifySuiteOptions({1, 6})) << "no suite window";
-  std::vector<std::uint8_t> got;
-  std::uint32_t command = 0;
+  std::pair<std::uint32_t, std::vector<std::uint8_t>> got;
   SuiteListener suite;
-  ASSERT_EQ(suite.Start(dir_.File("suite.sock"), [&](std::uint32_t c, std::span<const std::uint8_t> p) {
-    command = c;
-    got.assign(p.begin(), p.end());
-  }), 0);
+  ASSERT_EQ(suite.Start(dir_.File("suite.sock"),
+                        [&](std::uint32_t c, std::span<const std::uint8_t> p) { got = {c, {p.begin(), p.end()}}; }),
+            0);
   EXPECT_TRUE(NotifySuiteOptions({1, 6}));
-  EXPECT_EQ(command, 2u);
-  EXPECT_EQ(got, (std::vector<std::uint8_t>{1, 0, 0, 0, 6, 0, 0, 0}));
+  EXPECT_EQ(got, std::pair(2u, std::vector<std::uint8_t>{1, 0, 0, 0, 6, 0, 0, 0}));
 }
 
 // Everything written to a memory stream, as text.
@@ -578,13 +575,12 @@ struct Captured {
   }
 };
 
-TEST(ConsoleFrontEnd, BarsRatesAndTimeLeft) {
+TEST(ConsoleFrontEnd, BarsRatesLogLinesAndTerminalLine) {
   EXPECT_EQ(ConsoleFrontEnd::Bar(12, 10, 4) + ConsoleFrontEnd::Bar(3, 0, 4), "[####][....]");
   EXPECT_EQ(ConsoleFrontEnd::RateAndTimeLeft(10, 7210, 1.0), "10.0 fps, 12:00 left");
   EXPECT_EQ(ConsoleFrontEnd::RateAndTimeLeft(0, 100, 2.0), "");
-}
 
-TEST(ConsoleFrontEnd, PlainLinesForALogAndOneLineForATerminal) {
+  // Plain lines for a log, one line for a terminal.
   for (bool terminal : {false, true}) {
     Captured out, err;
     ConsoleFrontEnd console(out.file, err.file, terminal);
