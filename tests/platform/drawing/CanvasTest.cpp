@@ -37,13 +37,12 @@ std::uint32_t PixelAt(const Canvas& canvas, int x, int y) {
   return p[2] | p[1] << 8 | p[0] << 16;
 }
 
-TEST(Drawing, SystemTextBecomesUtf8) {
+TEST(Drawing, SystemTextBecomesUtf8AndFontsHaveTheirCellHeight) {
   EXPECT_EQ(SystemTextToUtf8("25.0 \xB0" "C \xB5s"), "25.0 \xC2\xB0" "C \xC2\xB5s");
   EXPECT_EQ(SystemTextToUtf8("\x80"), "\xE2\x82\xAC");
   EXPECT_EQ(SystemTextToUtf8(std::string_view("ab\0cd", 5)), "ab") << "a text ends at its terminator";
-}
 
-TEST(Drawing, FontsHaveTheirCellHeightAndFallBack) {
+  // Fonts have their cell height and fall back.
   EXPECT_EQ(Font("", 0).Height(), 20);
   Font big("DejaVu Sans", 40);
   EXPECT_EQ(big.Measure("W").cy, 40);
