@@ -37,29 +37,23 @@ std::uint32_t PixelAt(const Canvas& canvas, int x, int y) {
   return p[2] | p[1] << 8 | p[0] << 16;
 }
 
-TEST(Drawing, SystemTextBecomesUtf8) {
+TEST(Drawing, SystemTextBecomesUtf8AndFontsHaveTheirCellHeight) {
   EXPECT_EQ(SystemTextToUtf8("25.0 \xB0" "C \xB5s"), "25.0 \xC2\xB0" "C \xC2\xB5s");
   EXPECT_EQ(SystemTextToUtf8("\x80"), "\xE2\x82\xAC");
   EXPECT_EQ(SystemTextToUtf8(std::string_view("ab\0cd", 5)), "ab") << "a text ends at its terminator";
-}
 
-TEST(Drawing, FontsHaveTheirCellHeightAndFallBack) {
+  // Fonts have their cell height and fall back.
   EXPECT_EQ(Font("", 0).Height(), 20);
   Font big("DejaVu Sans", 40);
-  const TextExtent one = big.Measure("W");
-  EXPECT_EQ(one.cy, 40);
-  EXPECT_NEAR(big.Measure("WWW").cx, 3 * one.cx, 2);
-  EXPECT_EQ(big.Measure("").cx, 0);
-  Font missing("No Such Face At All", 20);
-  EXPECT_FALSE(missing.ResolvedFamily().empty()) << "an unknown face falls back";
-  EXPECT_GT(missing.Measure("text").cx, 0);
+  EXPECT_EQ(big.Measure("W").cy, 40);
+  EXPECT_NEAR(big.Measure("WWW").cx, 3 * big.Measure("W").cx, 2);
+  EXPECT_GT(Font("No Such Face At All", 20).Measure("text").cx, 0) << "an unknown face falls back";
 }
 
 TEST(Drawing, FillsAndCentredTextCarryExactColours) {
   Canvas canvas(120, 40);
   canvas.Fill(0, 0, 120, 40, 0x00FF8040);  // red 0x40, green 0x80, blue 0xFF
   EXPECT_EQ(PixelAt(canvas, 119, 39), 0x00FF8040u);
-  EXPECT_EQ(canvas.Bgr24().size(), 120u * 40 * 3);
 
   Canvas text(200, 30);
   Font font("DejaVu Sans", 30);
@@ -69,14 +63,10 @@ TEST(Drawing, FillsAndCentredTextCarryExactColours) {
   ASSERT_GT(box.lit, 50);
   EXPECT_NEAR((box.left + box.right) / 2.0, 100, 4) << "centred across";
   EXPECT_NEAR((box.top + box.bottom) / 2.0, 15, 6) << "centred down";
-  EXPECT_LE(box.right - box.left + 1, font.Measure("Frame 123").cx + 2);
-
-  // The degree sign is a glyph of its own.
-  Canvas degree(60, 30), question(60, 30);
+  Canvas degree(60, 30), question(60, 30);  // system text: the degree sign is a glyph of its own
   degree.DrawCentredText(font, "\xB0", 0xFFFFFF, 0, 0, 60, 30);
   question.DrawCentredText(font, "?", 0xFFFFFF, 0, 0, 60, 30);
   EXPECT_NE(degree.Bgr24(), question.Bgr24());
-  EXPECT_GT(LitBox(degree).lit, 5);
 }
 
 TEST(Drawing, TextIsClippedToItsRectangleAndCanvasesAreIndependent) {
@@ -129,9 +119,7 @@ TEST(Drawing, AlignedAndUpwardText) {
     const Box lit = LitBox(canvas);
     ASSERT_GT(lit.lit, 10);
     EXPECT_NEAR((lit.left + lit.right) / 2.0, centre, 2);
-    EXPECT_LE(lit.right - lit.left + 1, width + 1);
-    EXPECT_GE(lit.top, 5);
-    EXPECT_LE(lit.bottom, 5 + 13);
+    EXPECT_TRUE(lit.top >= 5 && lit.bottom <= 5 + 13) << lit.top << ".." << lit.bottom;
   }
   Canvas up(30, 120);
   up.DrawTextUpward(font, "Volts [mV]", 0xFFFFFF, 2, 110, {0, 0, 30, 120});
@@ -139,9 +127,7 @@ TEST(Drawing, AlignedAndUpwardText) {
   ASSERT_GT(lit.lit, 20);
   EXPECT_TRUE(lit.allExact);
   EXPECT_GT(lit.bottom - lit.top, 3 * (lit.right - lit.left)) << "the text runs upward";
-  EXPECT_LE(lit.bottom, 110);
-  EXPECT_GE(lit.left, 2);
-  EXPECT_LE(lit.right, 2 + 13);
+  EXPECT_TRUE(lit.bottom <= 110 && lit.left >= 2 && lit.right <= 2 + 13) << lit.left << ".." << lit.right;
 }
 
 }  // namespace
