@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
 
   int failed = 0;
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)
-    if (list.Row(row).cells[kStatusColumn] != "Done") ++failed;
+    if (list.Row(row).status != RowStatus::Done) ++failed;
   if (list.RowCount() == 0 && !listen) failed = 1;  // nothing was converted
   return failed == 0 ? 0 : 1;
 }

@@ -313,9 +313,9 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
                                                 movieFrame, nullptr);
     movieHeader.bits = target;
     movieHeader.colorKind = target <= 16 ? 1 : 2;
-    if (movieFrame)
-      WriteFrame(run.movieHandle, static_cast<std::uint32_t>(movieIndex), static_cast<std::uint32_t>(movieTotal),
-                 &movieHeader, nullptr, movieFrame);
+    if (!movieFrame || WriteFrame(run.movieHandle, static_cast<std::uint32_t>(movieIndex),
+                                  static_cast<std::uint32_t>(movieTotal), &movieHeader, nullptr, movieFrame) != 0)
+      run.outputs.Failed(run.moviePath);  // the main output goes on; the job ends with the movie's failure
   }
   return result;
 }

@@ -1,5 +1,6 @@
 #include "ui/Settings.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/suitelink/SuiteLink.h"
@@ -30,8 +31,14 @@ ParallelSettings ReadParallelSettings() {
   if (!key) return settings;
   if (auto v = key->ReadWord("MultiThreadRawConversion")) settings.enabled = static_cast<std::int32_t>(*v);
   if (auto v = key->ReadWord("MultiThreadMaxRawFiles")) settings.maximum = static_cast<std::int32_t>(*v);
-  if (settings.maximum < 2) settings.maximum = 2;
+  settings.enabled = settings.enabled != 0 ? 1 : 0;
+  settings.maximum = std::clamp(settings.maximum, kFewestParallelJobs, kMostParallelJobs);
   return settings;
+}
+
+bool ParallelSettingsValid(const ParallelSettings& settings) {
+  return (settings.enabled == 0 || settings.enabled == 1) && settings.maximum >= kFewestParallelJobs &&
+         settings.maximum <= kMostParallelJobs;
 }
 
 void WriteParallelSettings(const ParallelSettings& settings) {
