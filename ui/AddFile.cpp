@@ -43,8 +43,8 @@ bool FitsJobPath(FrontEnd& frontEnd, const std::string& path) {
   return false;
 }
 
-void AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file) {
-  if (!EqualsNoCase(ReadListText("Signature", file), kBatchSignature)) return;
+AddOutcome AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file) {
+  if (!EqualsNoCase(ReadListText("Signature", file), kBatchSignature)) return AddOutcome::NotABatchFile;
   JobOverrides overrides = AddFileOverrides();
   const std::string destination = ReadListText("DestinationFolder", file);
   overrides.fileType = ReadListInteger("FileType", -1, file);
@@ -63,7 +63,7 @@ void AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file)
   if (!destination.empty()) {
     if (destination.size() >= kPathField || CgCreateNewDirectory(destination.c_str()) == kCreateFolderFailed) {
       ShowError(frontEnd, kMsgOutputFolderFailed, destination);
-      return;
+      return AddOutcome::Refused;
     }
   }
   const std::int32_t count = std::min(ReadListInteger("Count", 0, file), kMaxBatchEntries);
@@ -75,6 +75,7 @@ void AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file)
     scheduler.AddJob(entry, &overrides, destination.empty() ? nullptr : destination.c_str(), false, Lower(entry));
   }
   scheduler.WakeUp();
+  return AddOutcome::Added;
 }
 
 }  // namespace
@@ -91,21 +92,19 @@ JobOverrides AddFileOverrides() {
   return overrides;
 }
 
-void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
-             const OptionsChooser& chooseOptions) {
-  if (Lower(path).find(".bat") != std::string::npos) {
-    AddBatch(scheduler, frontEnd, path);
-    return;
-  }
-  if (!FitsJobPath(frontEnd, path)) return;
+AddOutcome AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
+                   const OptionsChooser& chooseOptions) {
+  if (Lower(path).find(".bat") != std::string::npos) return AddBatch(scheduler, frontEnd, path);
+  if (!FitsJobPath(frontEnd, path)) return AddOutcome::Refused;
   if (showOptions && chooseOptions) {
     JobOverrides overrides = AddFileOverrides();
-    if (!chooseOptions(path, overrides)) return;
+    if (!chooseOptions(path, overrides)) return AddOutcome::Refused;
     scheduler.AddJob(path, &overrides, nullptr, false);
   } else {
     scheduler.AddJob(path, nullptr, nullptr, false);
   }
   scheduler.WakeUp();
+  return AddOutcome::Added;
 }
 
 }  // namespace tarnvel

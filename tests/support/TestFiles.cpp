@@ -16,6 +16,8 @@ TempDir::TempDir() {
   for (int attempt = 0; attempt < 100; ++attempt) {
     auto candidate = base / ("tarnvel-test-" + std::to_string(rd()));
     if (std::filesystem::create_directory(candidate)) {
+      // Closed to other users, as the converter wants the folder of its socket.
+      std::filesystem::permissions(candidate, std::filesystem::perms::owner_all);
       path_ = candidate;
       return;
     }

@@ -7,8 +7,8 @@
 
 namespace tarnvel::test {
 
-// A fresh folder under the system's temporary folder, removed with its
-// contents when the object goes.
+// A fresh folder under the system's temporary folder, open to its owner only
+// (mode 0700), removed with its contents when the object goes.
 class TempDir {
  public:
   TempDir();
