@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -50,6 +51,29 @@ std::string ReadFile(const std::filesystem::path& path) {
   std::ostringstream s;
   s << in.rdbuf();
   return s.str();
+}
+
+std::string RawFilesFingerprint(const std::filesystem::path& folder) {
+  std::map<std::string, std::uint64_t> files;
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+    std::string name = entry.path().filename().string();
+    std::string lower = name;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const bool raw = lower.ends_with(".raw") || lower.ends_with(".cal") || lower == "args.ini" ||
+                     lower == "rawfile.xml" || lower == "rawstats.xml";
+    if (!raw) continue;
+    if (!entry.is_regular_file(ec)) {  // a FIFO in a file's place is never opened
+      files[name] = 0;
+      continue;
+    }
+    std::uint64_t hash = 1469598103934665603ull;  // FNV-1a over the bytes
+    for (unsigned char c : ReadFile(entry.path())) hash = (hash ^ c) * 1099511628211ull;
+    files[name] = hash;
+  }
+  std::string fingerprint;
+  for (const auto& [name, hash] : files) fingerprint += name + ":" + std::to_string(hash) + " ";
+  return fingerprint;
 }
 
 std::filesystem::path SourceDir() { return TARNVEL_SOURCE_DIR; }

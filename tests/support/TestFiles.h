@@ -27,6 +27,11 @@ class TempDir {
 void WriteFile(const std::filesystem::path& path, std::string_view content);
 std::string ReadFile(const std::filesystem::path& path);
 
+// A fingerprint of a recording's raw files (args.ini, the descriptors, every
+// .raw and .cal file): their names and bytes. Equal fingerprints before and
+// after a run mean that no raw byte was lost.
+std::string RawFilesFingerprint(const std::filesystem::path& folder);
+
 // The checkout's root, for fixtures and scripts.
 std::filesystem::path SourceDir();
 // The build folder, for the programs under test (BinaryDir() / "apps/tarnvel-send").
