@@ -437,7 +437,13 @@ void CDecodeRaw::CloseCompanions(JobRun& run) {
   run.movieHandle = nullptr;
   if (timeWriter_.IsOpen()) {
     timeWriter_.CloseElement("Data");
-    if (!timeWriter_.Close()) run.outputs.Failed(run.sidecarPath);
+    if (!timeWriter_.Close()) {
+      // A sidecar cut by a full disk is no XML any more: it goes; the raw files
+      // it came from stay, so it can be written again.
+      run.outputs.Failed(run.sidecarPath);
+      std::remove(run.sidecarPath.c_str());
+      run.outputs.Removed(run.sidecarPath);
+    }
   }
   if (run.copyProfile) {
     const CompanionCopies copies = CopyConfigCompanions(run.outputFolder, run.recordingFolder);
