@@ -123,9 +123,10 @@ int main(int argc, char** argv) {
       return Refuse(console, kMsgSocketUnusable, problem.empty() ? socket + ": " + std::strerror(error) : problem);
     }
   }
-  scheduler.StartThread();
   for (const std::string& path : paths)
     if (AddFile(scheduler, console, path, false) == AddOutcome::NotABatchFile) Refuse(console, kMsgNotABatchFile, path);
+  // The first pass finds every job of the command line: in parallel they start together.
+  scheduler.StartThread();
 
   int askedAt = 0;
   bool terminating = false;
