@@ -67,6 +67,12 @@ std::string MessageText(int number, const char* argument) {
   return text;
 }
 
+std::vector<int> BuiltInMessageNumbers() {
+  std::vector<int> numbers;
+  for (const auto& [number, text] : BuiltInTexts()) numbers.push_back(number);
+  return numbers;
+}
+
 void SetMessageCatalogue(std::map<int, std::string> texts) {
   std::lock_guard lock(g_mutex);
   g_catalogue = std::move(texts);

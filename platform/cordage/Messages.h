@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace tarnvel {
 
@@ -39,6 +40,9 @@ int StyleOf(int number);
 // is inserted as text, never used as a format). Unknown numbers give a text
 // that names the number.
 std::string MessageText(int number, const char* argument = nullptr);
+
+// Every number that has a built-in text, in ascending order.
+std::vector<int> BuiltInMessageNumbers();
 
 // Replaces the texts of the given numbers (a language catalogue); numbers it
 // lacks keep the built-in English text.
