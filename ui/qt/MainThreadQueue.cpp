@@ -19,6 +19,8 @@ void MainThreadQueue::Run(const std::function<void()>& work) {
     if (shut_) return;
     queue_.push_back(&request);
   }
+  // Served from the event loop, or by a RunWhileServing that waits for this.
+  changed_.notify_all();
   QMetaObject::invokeMethod(this, [this] { Drain(); }, Qt::QueuedConnection);
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return request.state == State::Done || (shut_ && request.state == State::Queued); });
