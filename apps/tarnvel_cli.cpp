@@ -5,8 +5,10 @@
 // error with their message number. The exit status is 0 only when every job
 // ended "Done".
 //
-//   tarnvel-cli [--parallel N] [--listen] PATH...
+//   tarnvel-cli [--parallel N [--save]] [--listen] PATH...
 //
+// --save keeps N in the settings, as the desktop's Options dialog does
+// (1 turns parallel conversion off); with no PATH nothing else happens.
 // --listen also takes the suite's commands on the converter's socket and
 // stays until command 4 finds the list empty. Ctrl-C asks once; a second
 // Ctrl-C aborts all jobs, which end through their normal tear-down.
@@ -42,8 +44,27 @@ void OnInterrupt(int) { ++g_interrupts; }
 void OnTerminate(int) { g_terminate = true; }
 
 int Usage() {
-  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n");
+  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N [--save]] [--listen] PATH...\n");
   return 2;
+}
+
+// Stores `parallel` jobs at once as the settings of every later run: 0 when
+// saved, 1 when the settings could not be written.
+int SaveParallel(int parallel) {
+  using namespace tarnvel;
+  const ParallelSettings saved = parallel > 1 ? ParallelSettings{1, parallel} : ParallelSettings{0, ReadParallelSettings().maximum};
+  const std::string file = RegistryFileOf(RegistryRoot::CurrentUser);
+  if (!WriteParallelSettings(saved)) {
+    std::fprintf(stderr, "tarnvel-cli: nothing saved: %s has no writable key [%s]\n", file.c_str(), kCurrentSettingsKey);
+    return 1;
+  }
+  const ParallelSettings read = ReadParallelSettings();
+  if (read.enabled != saved.enabled || read.maximum != saved.maximum)
+    std::fprintf(stderr,
+                 "tarnvel-cli: saved in %s, but the settings are read from [%s] of %s until the current key "
+                 "holds UseJumboPackets\n",
+                 file.c_str(), kOlderSettingsKey, RegistryFileOf(RegistryRoot::LocalMachine).c_str());
+  return 0;
 }
 
 }  // namespace
@@ -51,7 +72,7 @@ int Usage() {
 int main(int argc, char** argv) {
   using namespace tarnvel;
   int parallel = -1;
-  bool listen = false;
+  bool listen = false, save = false;
   std::vector<std::string> paths;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -62,6 +83,8 @@ int main(int argc, char** argv) {
       parallel = static_cast<int>(n);
     } else if (arg == "--listen") {
       listen = true;
+    } else if (arg == "--save") {
+      save = true;
     } else if (arg.rfind("--", 0) == 0) {
       return Usage();
     } else {
@@ -71,6 +94,10 @@ int main(int argc, char** argv) {
       const std::filesystem::path whole = std::filesystem::absolute(arg, error);
       paths.push_back(error ? arg : whole.string());
     }
+  }
+  if (save && parallel < 0) return Usage();
+  if (save) {
+    if (const int status = SaveParallel(parallel); status != 0 || (paths.empty() && !listen)) return status;
   }
   if (paths.empty() && !listen) return Usage();
 
