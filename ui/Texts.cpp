@@ -1,12 +1,12 @@
 #include "ui/Texts.h"
 
-#include <mutex>
+#include "platform/cordage/TextTable.h"
 
 namespace tarnvel {
 namespace {
 
-const std::map<int, std::string>& BuiltInTexts() {
-  static const std::map<int, std::string> texts = {
+TextTable& Texts() {
+  static TextTable texts({
       {kTextTrayTip, "Raw Converter"},
       {kTextOpenTitle, "Open Raw Image Header file"},
       {kTextOpenFilter, "Raw Ini file (*.ini)|*.ini|Raw Batch File (*.bat)|*.bat|"},
@@ -36,33 +36,16 @@ const std::map<int, std::string>& BuiltInTexts() {
       {kTextCancel, "Cancel"},
       {kTextYes, "Yes"},
       {kTextNo, "No"},
-  };
+  });
   return texts;
 }
 
-std::mutex g_mutex;
-std::map<int, std::string> g_catalogue;
-
 }  // namespace
 
-std::string UiText(int id) {
-  {
-    std::lock_guard lock(g_mutex);
-    if (auto it = g_catalogue.find(id); it != g_catalogue.end()) return it->second;
-  }
-  const auto it = BuiltInTexts().find(id);
-  return it != BuiltInTexts().end() ? it->second : std::string();
-}
+std::string UiText(int id) { return Texts().Find(id).value_or(""); }
 
-std::vector<int> UiTextIds() {
-  std::vector<int> ids;
-  for (const auto& [id, text] : BuiltInTexts()) ids.push_back(id);
-  return ids;
-}
+std::vector<int> UiTextIds() { return Texts().Numbers(); }
 
-void SetTextCatalogue(std::map<int, std::string> texts) {
-  std::lock_guard lock(g_mutex);
-  g_catalogue = std::move(texts);
-}
+void SetTextCatalogue(std::map<int, std::string> texts) { Texts().SetCatalogue(std::move(texts)); }
 
 }  // namespace tarnvel
