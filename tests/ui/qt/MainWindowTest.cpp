@@ -135,7 +135,7 @@ class MainWindowTest : public QObject {
     QCOMPARE(window->AddButton()->text() + window->OptionsButton()->text() + window->ClearButton()->text() +
                  window->AbortButton()->text() + window->AbortAllButton()->text(),
              QString("Add...Options...Clear ListAbortAbort all"));
-    QVERIFY(window->ClearButton()->isEnabled() && !window->AbortButton()->isEnabled());
+    QTRY_VERIFY(window->ClearButton()->isEnabled() && !window->AbortButton()->isEnabled());  // after the first, empty pass
 
     // No argument: the Add file dialog comes by itself, in the image folder;
     // Cancel leaves an empty list and a running program.
@@ -217,10 +217,18 @@ class MainWindowTest : public QObject {
       QCOMPARE(options.MaximumList()->currentIndex(), 3);
       QCOMPARE(std::pair(options.Result().enabled, options.Result().maximum), std::pair(0, 5));
     }
+    std::mutex heardMutex;  // written on the socket's thread
     std::vector<std::uint8_t> heard;
+    auto Heard = [&] {
+      std::lock_guard lock(heardMutex);
+      return heard;
+    };
     SuiteListener suite;
     QCOMPARE(suite.Start(dir_->File("suite.sock"),
-                         [&](std::uint32_t, std::span<const std::uint8_t> p) { heard.assign(p.begin(), p.end()); }),
+                         [&](std::uint32_t, std::span<const std::uint8_t> p) {
+                           std::lock_guard lock(heardMutex);
+                           heard.assign(p.begin(), p.end());
+                         }),
              0);
     auto* window = Make({}, 4, ReadParallelSettings());
     window->show();
@@ -228,14 +236,14 @@ class MainWindowTest : public QObject {
     PressInNextDialog("Cancel", [](QWidget* dialog) { dialog->findChild<QCheckBox*>()->click(); });
     window->OptionsButton()->click();
     QCOMPARE(window->Dialog().Jobs().Parallel().enabled, 0);  // Cancel changes nothing
-    QVERIFY(heard.empty());
+    QVERIFY(Heard().empty());
     PressInNextDialog("OK", [](QWidget* dialog) {
       QCOMPARE(dialog->windowTitle(), QString("Options"));
       dialog->findChild<QCheckBox*>()->click();
     });
     window->OptionsButton()->click();
     QCOMPARE(window->Dialog().Jobs().Parallel().maximum, 1);  // this run uses the 1 as it is
-    QTRY_COMPARE(heard, (std::vector<std::uint8_t>{1, 0, 0, 0, 1, 0, 0, 0}));
+    QTRY_COMPARE(Heard(), (std::vector<std::uint8_t>{1, 0, 0, 0, 1, 0, 0, 0}));
     const ParallelSettings next = ReadParallelSettings();
     QCOMPARE(std::pair(next.enabled, next.maximum), std::pair(1, 2));  // the next start raises it to 2
     QVERIFY(window->close());
