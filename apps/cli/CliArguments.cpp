@@ -353,12 +353,12 @@ std::string AddCliJobs(Scheduler& scheduler, FrontEnd& frontEnd, const CliArgume
     chosen.emplace_back();
     if (IsBatchPath(path)) {
       if (choices.Any() || !arguments.destination.empty())
-        errors += path + ": a batch file carries its own output settings and destination; the output choices and --dest apply to argument files\n";
+        errors += "tarnvel-cli: " + path + ": a batch file carries its own output settings and destination; the output choices and --dest apply to argument files\n";
       continue;
     }
     if (!choices.Any()) continue;
     ChosenJob job = ChooseJob(path, choices);
-    if (!job.error.empty()) errors += path + ": " + job.error + "\n";
+    if (!job.error.empty()) errors += "tarnvel-cli: " + path + ": " + job.error + "\n";
     chosen.back() = job.overrides;
   }
   if (!errors.empty()) return errors;
