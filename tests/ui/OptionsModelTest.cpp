@@ -16,6 +16,7 @@
 #include "platform/rawdrv/RawDriver.h"
 #include "tests/platform/rawdrv/IndependentStore.h"
 #include "tests/support/TestFiles.h"
+#include "tests/ui/PreviewReference.h"
 #include "ui/CodecChoice.h"
 #include "ui/ConversionOptions.h"
 #include "ui/PreviewImage.h"
@@ -402,29 +403,6 @@ TEST(CodecChoiceTest, EmptyFailedAndHostileLists) {
   EXPECT_TRUE(hostile.ConfigureEnabled());
 }
 
-// A plain stretch: each target pixel takes the source pixel its left-top
-// corner falls on.
-std::vector<std::uint32_t> ReferencePaint(const std::vector<std::uint8_t>& packed, std::uint32_t w, std::uint32_t h,
-                                          std::uint32_t bits, int cw, int ch) {
-  std::vector<std::uint32_t> out(std::size_t(cw) * ch, 0xFF000000u);
-  const double scale = std::min(double(cw - 4) / w, double(ch - 4) / h);
-  const int tw = int(w * scale + 0.5), th = int(h * scale + 0.5);
-  const int left = 2 + (cw - 4 - tw) / 2, top = 2 + (ch - 4 - th) / 2;
-  for (int y = 0; y < ch; ++y)
-    for (int x = 0; x < cw; ++x) {
-      if (x < left || x >= left + tw || y < top || y >= top + th) continue;
-      const std::size_t sx = std::size_t(x - left) * w / tw, sy = std::size_t(y - top) * h / th;
-      if (bits == 8) {
-        const std::uint32_t v = packed[sy * w + sx];
-        out[y * cw + x] = 0xFF000000u | v << 16 | v << 8 | v;
-      } else {
-        const std::uint8_t* p = &packed[(sy * w + sx) * 3];
-        out[y * cw + x] = 0xFF000000u | std::uint32_t(p[2]) << 16 | std::uint32_t(p[1]) << 8 | p[0];
-      }
-    }
-  return out;
-}
-
 TEST(PreviewImageTest, RowsArePaddedToFourBytesOnlyWhereNeeded) {
   for (const auto& [width, bits, padded] : {std::tuple{1280u, 8u, false}, std::tuple{1281u, 8u, true},
                                             std::tuple{1280u, 24u, false}, std::tuple{1281u, 24u, true}}) {
@@ -475,7 +453,7 @@ TEST(PreviewImageTest, FitCentreAndStretchAgainstAPlainLoop) {
       SCOPED_TRACE(std::to_string(bits) + " bits in " + std::to_string(cw) + " x " + std::to_string(ch));
       std::vector<std::uint32_t> surface(std::size_t(cw + 3) * ch, 0x12345678u);
       PaintPreview(image, cw, ch, surface.data(), cw + 3);
-      const auto expected = ReferencePaint(packed, w, h, bits, cw, ch);
+      const auto expected = test::ReferencePaint(packed, w, h, bits, cw, ch);
       for (int y = 0; y < ch; ++y) {
         ASSERT_EQ(std::memcmp(&surface[y * (cw + 3)], &expected[y * cw], cw * 4), 0) << "row " << y;
         for (int x = cw; x < cw + 3; ++x) ASSERT_EQ(surface[y * (cw + 3) + x], 0x12345678u) << "beyond the row";
