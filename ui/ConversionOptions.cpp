@@ -9,6 +9,7 @@
 #include "platform/cordage/TextField.h"
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
+#include "platform/pixels/PixelLayout.h"
 
 namespace tarnvel {
 namespace {
@@ -108,7 +109,8 @@ ConversionOptionsModel::ConversionOptionsModel(const OptionsStart& start, Record
   if (summary_.opened) {
     const std::int32_t source = summary_.sourceDepth;
     if (targetDepth_ == 0) targetDepth_ = source;
-    if (ColourDepth(source) ? targetDepth_ < 24 : targetDepth_ >= 24) targetDepth_ = source;
+    const bool colour = source > 0 && IsColour(static_cast<std::uint32_t>(source));
+    if (colour ? targetDepth_ < 24 : targetDepth_ >= 24) targetDepth_ = source;
   }
   for (std::size_t i = 0; i < fileTypes_.size(); ++i)
     if (fileTypes_[i].number == start.fileType) {

@@ -6,6 +6,7 @@
 
 #include "engine/RawSource.h"
 #include "platform/cordage/Messages.h"
+#include "platform/pixels/PixelLayout.h"
 
 namespace tarnvel {
 namespace {
@@ -55,9 +56,9 @@ void NarrowSamples(const std::uint8_t* source, std::size_t samples, std::uint32_
 void ReadPreview(RawSource& source, std::uint32_t depth, PreviewFrame& preview) {
   FrameGeometry geometry;
   if (depth == 0 || depth > 48 || !source.Geometry(geometry) || geometry.width == 0 || geometry.height == 0) return;
-  const std::uint32_t pixelBytes = BytesPerPixel(depth);  // 1, 2, 3 or 6
-  const std::uint32_t channels = pixelBytes % 3 == 0 ? 3 : 1;
-  const bool wide = pixelBytes % 2 == 0;
+  const PixelLayout layout = LayoutOfDepth(depth);
+  const std::uint32_t channels = ChannelsOf(layout);
+  const bool wide = SampleBytesOf(layout) == 2;
   const std::uint64_t samples = std::uint64_t{geometry.width} * geometry.height * channels;
   // What the driver delivers, which may be more than the geometry says.
   const std::uint64_t delivered = std::max<std::uint64_t>(geometry.frameBytes, FrameBytes(source.Handle()));
@@ -73,12 +74,10 @@ void ReadPreview(RawSource& source, std::uint32_t depth, PreviewFrame& preview) 
   std::vector<std::uint8_t> frame;
   if (!TryResize(frame, std::max(2 * samples, delivered))) return;  // the preview stays black
   if (source.ReadFrame(0, frame.data()) != 0) return;
-  NarrowSamples(frame.data(), static_cast<std::size_t>(samples), depth / channels - 8, preview.pixels.data());
+  NarrowSamples(frame.data(), static_cast<std::size_t>(samples), ChannelBits(depth) - 8, preview.pixels.data());
 }
 
 }  // namespace
-
-bool ColourDepth(std::int32_t depth) { return depth > 0 && BytesPerPixel(static_cast<std::uint32_t>(depth)) % 3 == 0; }
 
 std::string FillPattern(std::string_view pattern, const std::vector<std::string>& values) {
   std::string text;

@@ -39,9 +39,6 @@ struct RecordingSummary {
 RecordingSummary ReadRecordingSummary(const std::string& folder, std::int32_t firstFrame, std::int32_t frameCount,
                                       bool readFirstFrame);
 
-// Whether a source of `depth` bits is colour (three channels a pixel).
-bool ColourDepth(std::int32_t depth);
-
 // A numbered text with its "%d", "%c" and "%s" replaced by `values` in turn,
 // whatever the catalogue wrote: a missing value leaves nothing, a surplus is
 // dropped, "%%" is a percent sign, and no pattern is ever given to printf.
