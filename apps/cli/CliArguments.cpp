@@ -95,8 +95,9 @@ std::string WhatIsConverted(const ConversionOptionsModel& model) {
 
 std::string ApplyDepth(const OutputChoices& choices, ConversionOptionsModel& model) {
   const DepthChoice& preset = model.Depths()[model.DepthIndex()];
-  const std::int32_t depth = choices.depth ? static_cast<std::int32_t>(*WholeNumber(*choices.depth)) : preset.depth;
-  const std::int32_t range = choices.bitRange ? *BitRangeOf(*choices.bitRange) : 0;
+  // Values that are no numbers or ranges match no entry.
+  const std::int32_t depth = choices.depth ? static_cast<std::int32_t>(WholeNumber(*choices.depth).value_or(-1)) : preset.depth;
+  const std::int32_t range = choices.bitRange ? BitRangeOf(*choices.bitRange).value_or(-1) : 0;
   const auto& depths = model.Depths();
   for (std::size_t i = 0; i < depths.size(); ++i)
     if (depths[i].depth == depth && depths[i].bitRange == range) {
@@ -121,7 +122,9 @@ std::string ApplyCompressor(const OutputChoices& choices, ConversionOptionsModel
   if (choices.quality) {
     if (!codecs.SliderEnabled())
       return "--quality: the compressor \"" + codecs.Names()[codecs.Index()] + "\" of " + type + " has no quality setting";
-    codecs.SliderMoved(static_cast<int>(*WholeNumber(*choices.quality)));
+    const auto quality = WholeNumber(*choices.quality);
+    if (!quality || *quality > CodecChoiceModel::kSliderMaximum) return "--quality " + *choices.quality + ": a whole number from 0 to 100";
+    codecs.SliderMoved(static_cast<int>(*quality));
   }
   codecs.Confirm();
   model.TakeCodecEntry(codecs.Selected());

@@ -179,6 +179,17 @@ TEST_F(CliOptionsTest, ModelRefusesWhatTheDialogWouldNotAllow) {
     EXPECT_NE(job.error.find(r.says), std::string::npos) << job.error;
   }
 
+  // Choices that never went through the parser match nothing rather than crash.
+  OutputChoices unparsed;
+  unparsed.depth = "abc";
+  EXPECT_NE(ChooseJob(args, unparsed).error.find("is not offered"), std::string::npos);
+  unparsed = {};
+  unparsed.fileType = "avi", unparsed.quality = "500";
+  EXPECT_NE(ChooseJob(args, unparsed).error.find("from 0 to 100"), std::string::npos);
+  unparsed = {};
+  unparsed.fileType = "gif";
+  EXPECT_NE(ChooseJob(args, unparsed).error.find("not a file type offered"), std::string::npos);
+
   // A recording that can't be opened offers 8 bits alone; its job fails when it runs.
   fs::remove(fs::path(mono.folder) / "rawfile.xml");
   EXPECT_EQ(choose({"--depth", "8"}).error, "");
