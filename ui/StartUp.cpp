@@ -93,7 +93,7 @@ bool LoadLanguageCatalogue(std::string_view programPath, int number) {
                           }});
   if (messages.empty() && strings.empty()) return false;
   SetMessageCatalogue(std::move(messages));
-  SetTextCatalogue(std::move(strings));
+  SetStringCatalogue(std::move(strings));
   return true;
 }
 

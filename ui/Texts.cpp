@@ -1,12 +1,12 @@
 #include "ui/Texts.h"
 
-#include "platform/cordage/TextTable.h"
+#include "platform/cordage/Messages.h"
 
 namespace tarnvel {
 namespace {
 
-TextTable& Texts() {
-  static TextTable texts({
+const std::map<int, std::string>& BuiltInTexts() {
+  static const std::map<int, std::string> texts = {
       {kTextTrayTip, "Raw Converter"},
       {kTextOpenTitle, "Open Raw Image Header file"},
       {kTextOpenFilter, "Raw Ini file (*.ini)|*.ini|Raw Batch File (*.bat)|*.bat|"},
@@ -36,16 +36,21 @@ TextTable& Texts() {
       {kTextCancel, "Cancel"},
       {kTextYes, "Yes"},
       {kTextNo, "No"},
-  });
+  };
   return texts;
 }
 
 }  // namespace
 
-std::string UiText(int id) { return Texts().Find(id).value_or(""); }
+std::string UiText(int id) {
+  const auto it = BuiltInTexts().find(id);
+  return CatalogueText(id, it != BuiltInTexts().end() ? it->second : std::string());
+}
 
-std::vector<int> UiTextIds() { return Texts().Numbers(); }
-
-void SetTextCatalogue(std::map<int, std::string> texts) { Texts().SetCatalogue(std::move(texts)); }
+std::vector<int> UiTextIds() {
+  std::vector<int> ids;
+  for (const auto& entry : BuiltInTexts()) ids.push_back(entry.first);
+  return ids;
+}
 
 }  // namespace tarnvel

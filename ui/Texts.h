@@ -3,7 +3,6 @@
 // numbers are the same in every language.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -37,14 +36,11 @@ enum TextId : int {
   kTextNo = 40006,
 };
 
-// The text of `id` in the loaded language, else in English; empty for an
-// unknown number.
+// The text of `id` in the loaded language (the string catalogue, see
+// SetStringCatalogue), else in English; empty for an unknown number.
 std::string UiText(int id);
 
-// Every number that has a built-in text, in ascending order.
+// Every number that has a built-in text here, in ascending order.
 std::vector<int> UiTextIds();
-
-// Replaces the texts of the given numbers; the others keep their English.
-void SetTextCatalogue(std::map<int, std::string> texts);
 
 }  // namespace tarnvel

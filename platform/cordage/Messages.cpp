@@ -65,6 +65,21 @@ std::vector<int> BuiltInMessageNumbers() { return Texts().Numbers(); }
 
 void SetMessageCatalogue(std::map<int, std::string> texts) { Texts().SetCatalogue(std::move(texts)); }
 
+namespace {
+
+TextTable& Strings() {
+  static TextTable strings({});
+  return strings;
+}
+
+}  // namespace
+
+std::string CatalogueText(int number, std::string_view builtIn) {
+  return Strings().Find(number).value_or(std::string(builtIn));
+}
+
+void SetStringCatalogue(std::map<int, std::string> texts) { Strings().SetCatalogue(std::move(texts)); }
+
 void SetMessageHandler(MessageHandler handler) {
   std::lock_guard lock(g_mutex);
   g_handler = handler ? std::move(handler) : StandardErrorHandler;

@@ -16,6 +16,7 @@
 
 #include "platform/cordage/Messages.h"
 #include "platform/cordage/Profile.h"
+#include "platform/framekit/FileTypes.h"
 #include "platform/registry/Registry.h"
 #include "tests/support/TestFiles.h"
 #include "tests/ui/FakeJobs.h"
@@ -50,7 +51,8 @@ TEST(Texts, GermanCatalogueIsCompleteAndReplacesTheEnglish) {
     ASSERT_TRUE(sections["Strings"].count(id)) << "no German text " << id << " \"" << UiText(id) << "\"";
     EXPECT_FALSE(sections["Strings"][id].empty()) << id;
   }
-  EXPECT_EQ(sections["Strings"].size(), UiTextIds().size()) << "texts of numbers the program does not have";
+  for (const framekit::FileTypeRow& type : framekit::FileTypes())
+    EXPECT_NE(sections["Strings"].count(type.stringId), 0u) << "no German name of " << type.text;
   for (int number : BuiltInMessageNumbers()) {
     ASSERT_TRUE(sections["Messages"].count(number)) << "no German message " << number << ": " << MessageText(number);
     EXPECT_EQ(Slots(sections["Messages"][number]), Slots(MessageText(number, "%s"))) << number;
@@ -65,7 +67,7 @@ TEST(Texts, GermanCatalogueIsCompleteAndReplacesTheEnglish) {
   EXPECT_EQ(StatusText(2) + "|" + StatusText(5), "Fertig|Konvertierung + AVI");
   EXPECT_EQ(UiText(kTextAdd), "Hinzuf\xc3\xbcgen...");
   EXPECT_EQ(MessageText(kMsgOutputFolderFailed, "/x"), "Der Ausgabeordner /x kann nicht angelegt werden.");
-  SetTextCatalogue({});
+  SetStringCatalogue({});
   SetMessageCatalogue({});
   EXPECT_EQ(StatusText(2), "Done");
   EXPECT_EQ(UiText(99999), "");
@@ -86,7 +88,7 @@ TEST(Texts, HostileCataloguesLeaveTheEnglish) {
   ASSERT_TRUE(LoadLanguageCatalogue(program, 4));
   EXPECT_EQ(StatusText(0), "Esperando") << "the first of two values counts";
   EXPECT_EQ(StatusText(1), "Converting") << "texts a catalogue lacks stay English";
-  SetTextCatalogue({});
+  SetStringCatalogue({});
 }
 
 TEST(ParallelOptions, ListSelectionCheckBoxAndConfirm) {

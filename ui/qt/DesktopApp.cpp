@@ -19,6 +19,7 @@
 #include "ui/Settings.h"
 #include "ui/StartUp.h"
 #include "ui/qt/MainWindow.h"
+#include "ui/qt/dialogs/ConversionOptionsDialog.h"
 
 namespace tarnvel::qt {
 namespace {
@@ -69,6 +70,8 @@ int RunDesktop(int argc, char** argv) {
     MainWindow window([](const std::string& path, std::uint32_t row, bool sentBySuite) {
       return std::make_unique<CDecodeRaw>(path, row, sentBySuite ? 1 : 0);
     }, ReadParallelSettings());
+    // A job file chosen with the Add button goes through the conversion options.
+    window.Dialog().SetOptionsChooser(DialogOptionsChooser(&window));
     SetMessageHandler([&window](int number, int style, const std::string& text) {
       return window.ShowMessage(number, style, text);
     });

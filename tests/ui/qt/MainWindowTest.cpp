@@ -305,7 +305,7 @@ class MainWindowTest : public QObject {
       QCOMPARE(dialog->findChild<QCheckBox*>()->text(), QString("Parallele Rohdatenkonvertierung aktivieren."));
     });
     window->OptionsButton()->click();
-    SetTextCatalogue({});
+    SetStringCatalogue({});
     SetMessageCatalogue({});
     QTRY_VERIFY(window->close());
   }
