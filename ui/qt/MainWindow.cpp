@@ -11,6 +11,7 @@
 #include <QTableView>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "platform/cordage/Messages.h"
 #include "ui/Texts.h"
@@ -34,7 +35,8 @@ QIcon IconOf(const char* name, std::initializer_list<int> sizes) {
 
 QPushButton* Button(int textId) {
   auto* button = new QPushButton(Text(textId));
-  button->setFixedWidth(kButtonWidth);
+  // One width for all, unless a language's text needs more.
+  button->setFixedWidth(std::max(kButtonWidth, button->sizeHint().width()));
   button->setAutoDefault(false);
   return button;
 }
