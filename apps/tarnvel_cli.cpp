@@ -3,36 +3,33 @@
 // the jobs run one after another, or in parallel when the settings or
 // --parallel allow; progress goes to standard output, failures to standard
 // error with their message number. The exit status is 0 only when every job
-// ended "Done".
+// ended "Done", 2 when the command line is wrong and nothing was converted.
 //
-//   tarnvel-cli [--parallel N] [--listen] PATH...
-//
-// --listen also takes the suite's commands on the converter's socket and
-// stays until command 4 finds the list empty; a socket that cannot be made
-// safe or bound ends the program at once. Ctrl-C asks once; a second Ctrl-C
-// aborts all jobs, which end through their normal tear-down and keep their
-// raw files, and no waiting job starts. SIGTERM, SIGHUP and SIGPIPE (the
-// reader of the output went away) do the same without asking, then end the
-// program.
+// The command line and its output choices are apps/cli/CliArguments; --help
+// tells them. --listen also takes the suite's commands on the converter's
+// socket and stays until command 4 finds the list empty; a socket that cannot
+// be made safe or bound ends the program at once. Ctrl-C asks once; a second
+// Ctrl-C aborts all jobs, which end through their normal tear-down and keep
+// their raw files, and no waiting job starts. SIGTERM, SIGHUP and SIGPIPE
+// (the reader of the output went away) do the same without asking, then end
+// the program. --parallel N --save keeps N in the settings, as the desktop's
+// Options dialog does (1 turns parallel conversion off).
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "apps/cli/CliArguments.h"
 #include "engine/DecodeRaw.h"
 #include "platform/cordage/Messages.h"
 #include "platform/rawdrv/RawDriver.h"
 #include "platform/suitelink/SuiteLink.h"
-#include "ui/AddFile.h"
 #include "ui/ConsoleFrontEnd.h"
 #include "ui/Scheduler.h"
 #include "ui/Settings.h"
@@ -63,38 +60,44 @@ int Refuse(tarnvel::ConsoleFrontEnd& console, int number, const std::string& arg
   return 1;
 }
 
-int Usage() {
-  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n");
-  return 2;
+// Stores `parallel` jobs at once as the settings of every later run: 0 when
+// saved, 1 when the settings could not be written.
+int SaveParallel(int parallel) {
+  using namespace tarnvel;
+  const ParallelSettings saved = parallel > 1 ? ParallelSettings{1, parallel} : ParallelSettings{0, ReadParallelSettings().maximum};
+  const std::string file = RegistryFileOf(RegistryRoot::CurrentUser);
+  if (!WriteParallelSettings(saved)) {
+    std::fprintf(stderr, "tarnvel-cli: nothing saved: %s has no writable key [%s]\n", file.c_str(), kCurrentSettingsKey);
+    return 1;
+  }
+  const ParallelSettings read = ReadParallelSettings();
+  if (read.enabled != saved.enabled || read.maximum != saved.maximum)
+    std::fprintf(stderr,
+                 "tarnvel-cli: saved in %s, but the settings are read from [%s] of %s until the current key "
+                 "holds UseJumboPackets\n",
+                 file.c_str(), kOlderSettingsKey, RegistryFileOf(RegistryRoot::LocalMachine).c_str());
+  return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace tarnvel;
-  int parallel = -1;
-  bool listen = false;
-  std::vector<std::string> paths;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--parallel" && i + 1 < argc) {
-      char* end = nullptr;
-      const long n = std::strtol(argv[++i], &end, 10);
-      if (*end != '\0' || n < 1 || n > 12) return Usage();
-      parallel = static_cast<int>(n);
-    } else if (arg == "--listen") {
-      listen = true;
-    } else if (arg.rfind("--", 0) == 0) {
-      return Usage();
-    } else {
-      // The job works from the recording's folder, so a name given relative
-      // to where the command runs is made whole here.
-      std::error_code error;
-      const std::filesystem::path whole = std::filesystem::absolute(arg, error);
-      paths.push_back(error ? arg : whole.string());
-    }
+  const CliParse parse = ParseCliArguments(argc, argv);
+  if (parse.arguments.help) {
+    std::fputs(CliHelpText().c_str(), stdout);
+    return kExitDone;
   }
-  if (paths.empty() && !listen) return Usage();
+  if (!parse.error.empty()) {
+    std::fprintf(stderr, "tarnvel-cli: %s\nTry 'tarnvel-cli --help'.\n", parse.error.c_str());
+    return kExitUsage;
+  }
+  const CliArguments& arguments = parse.arguments;
+  const int parallel = arguments.parallel;
+  const bool listen = arguments.listen;
+  if (arguments.save) {
+    if (const int status = SaveParallel(parallel); status != 0 || (arguments.paths.empty() && !listen)) return status;
+  }
 
   DriverInit(0);
   ConsoleFrontEnd console(stdout, stderr, ::isatty(STDOUT_FILENO) != 0);
@@ -123,8 +126,13 @@ int main(int argc, char** argv) {
       return Refuse(console, kMsgSocketUnusable, problem.empty() ? socket + ": " + std::strerror(error) : problem);
     }
   }
-  for (const std::string& path : paths)
-    if (AddFile(scheduler, console, path, false) == AddOutcome::NotABatchFile) Refuse(console, kMsgNotABatchFile, path);
+  if (const std::string wrong = AddCliJobs(scheduler, console, arguments); !wrong.empty()) {
+    std::fprintf(stderr, "%s", wrong.c_str());
+    listener.Stop();
+    scheduler.Close();
+    DriverExit();
+    return kExitUsage;
+  }
   // The first pass finds every job of the command line: in parallel they start together.
   scheduler.StartThread();
 
@@ -160,5 +168,5 @@ int main(int argc, char** argv) {
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)
     if (list.Row(row).status != RowStatus::Done) ++failed;
   if (list.RowCount() == 0 && !listen) failed = 1;  // nothing was converted
-  return failed == 0 ? 0 : 1;
+  return failed == 0 ? kExitDone : kExitFailed;
 }

@@ -92,16 +92,20 @@ JobOverrides AddFileOverrides() {
   return overrides;
 }
 
+bool IsBatchPath(const std::string& path) { return Lower(path).find(".bat") != std::string::npos; }
+
 AddOutcome AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
-                   const OptionsChooser& chooseOptions) {
-  if (Lower(path).find(".bat") != std::string::npos) return AddBatch(scheduler, frontEnd, path);
+                   const OptionsChooser& chooseOptions, const std::string& destination) {
+  if (IsBatchPath(path)) return AddBatch(scheduler, frontEnd, path);
   if (!FitsJobPath(frontEnd, path)) return AddOutcome::Refused;
+  const char* folder = destination.empty() ? nullptr : destination.c_str();
+  JobOverrides overrides = AddFileOverrides();
   if (showOptions && chooseOptions) {
-    JobOverrides overrides = AddFileOverrides();
     if (!chooseOptions(path, overrides)) return AddOutcome::Refused;
-    scheduler.AddJob(path, &overrides, nullptr, false);
+    scheduler.AddJob(path, &overrides, folder, false);
   } else {
-    scheduler.AddJob(path, nullptr, nullptr, false);
+    // Without options the job keeps its own settings; a destination still counts.
+    scheduler.AddJob(path, folder ? &overrides : nullptr, folder, false);
   }
   scheduler.WakeUp();
   return AddOutcome::Added;

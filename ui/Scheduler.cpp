@@ -161,7 +161,8 @@ void Scheduler::SetBusy(bool busy) {
 
 ConversionJob* Scheduler::StartNext(std::int32_t running, bool parallel) {
   std::lock_guard lock(jobsMutex_);
-  if (abortAllFlag_ != 0 || (parallel && running >= std::max(parallelMaximum_.load(), 1))) return nullptr;
+  const std::int32_t most = std::clamp(parallelMaximum_.load(), 1, kMostParallelJobs);  // whatever the store says
+  if (abortAllFlag_ != 0 || (parallel && running >= most)) return nullptr;
   for (Pending& pending : pendingJobs_) {
     if (pending.started) continue;
     pending.started = true;

@@ -1,6 +1,5 @@
 #include "ui/Settings.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "platform/suitelink/SuiteLink.h"
@@ -31,8 +30,7 @@ ParallelSettings ReadParallelSettings() {
   if (!key) return settings;
   if (auto v = key->ReadWord("MultiThreadRawConversion")) settings.enabled = static_cast<std::int32_t>(*v);
   if (auto v = key->ReadWord("MultiThreadMaxRawFiles")) settings.maximum = static_cast<std::int32_t>(*v);
-  settings.enabled = settings.enabled != 0 ? 1 : 0;
-  settings.maximum = std::clamp(settings.maximum, kFewestParallelJobs, kMostParallelJobs);
+  if (settings.maximum < kFewestParallelJobs) settings.maximum = kFewestParallelJobs;
   return settings;
 }
 
@@ -41,11 +39,11 @@ bool ParallelSettingsValid(const ParallelSettings& settings) {
          settings.maximum <= kMostParallelJobs;
 }
 
-void WriteParallelSettings(const ParallelSettings& settings) {
+bool WriteParallelSettings(const ParallelSettings& settings) {
   auto key = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
-  if (!key) return;
-  key->WriteWord("MultiThreadRawConversion", static_cast<std::uint32_t>(settings.enabled));
-  key->WriteWord("MultiThreadMaxRawFiles", static_cast<std::uint32_t>(settings.maximum));
+  if (!key) return false;
+  const bool enabled = key->WriteWord("MultiThreadRawConversion", static_cast<std::uint32_t>(settings.enabled));
+  return key->WriteWord("MultiThreadMaxRawFiles", static_cast<std::uint32_t>(settings.maximum)) && enabled;
 }
 
 bool NotifySuiteOptions(const ParallelSettings& settings) {

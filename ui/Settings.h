@@ -27,12 +27,13 @@ constexpr std::int32_t kFewestParallelJobs = 2;
 constexpr std::int32_t kMostParallelJobs = 12;
 bool ParallelSettingsValid(const ParallelSettings& settings);
 
-// Enabled 0 and maximum 4 unless stored; a maximum below 2 reads as 2, one
-// above 12 as 12, any enabled value but 0 as 1.
+// Enabled 0 and maximum 4 unless stored; a maximum below 2 reads as 2. The
+// scheduler never runs more than 12 jobs at once, whatever is stored.
 ParallelSettings ReadParallelSettings();
 
 // Always into the current key; nothing happens when it does not exist.
-void WriteParallelSettings(const ParallelSettings& settings);
+// True when both values were written.
+bool WriteParallelSettings(const ParallelSettings& settings);
 
 // Tells the suite's main window the new parallel settings (command 2 with
 // the two words); false when no suite window listens.
