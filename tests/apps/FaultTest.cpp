@@ -227,34 +227,44 @@ void FaultSuite::CheckOutputs(const Planned& job, bool whole) {
   }
   if (whole) {
     EXPECT_EQ(mains.size(), out.multiFrame ? 1u : static_cast<std::size_t>(frames)) << "the whole output set is there";
-    if (job.outputs != fs::path(job.options.folder))
+    if (job.outputs != fs::path(job.options.folder)) {
       EXPECT_TRUE(fs::exists(job.outputs / "_config.pgv")) << "the profile follows the output";
+    }
   }
   for (const fs::path& file : mains) {
     long count = 0;
     std::string why;
     if (out.multiFrame && fs::file_size(file, ec) == 0 && !whole) continue;  // opened, and no frame reached it
     EXPECT_TRUE(Readable(file, out.reader, &count, &why)) << file << ": " << why;
-    if (whole && out.multiFrame && count >= 0) EXPECT_EQ(count, frames) << file;
+    if (whole && out.multiFrame && count >= 0) {
+      EXPECT_EQ(count, frames) << file;
+    }
   }
   if (job.options.companionMovie) {
     const fs::path movie = job.outputs / "cam.avi";
     long count = 0;
     std::string why;
-    if (fs::exists(movie) && (fs::file_size(movie, ec) > 0 || whole))
+    if (fs::exists(movie) && (fs::file_size(movie, ec) > 0 || whole)) {
       EXPECT_TRUE(Readable(movie, Reader::Movie, &count, &why)) << movie << ": " << why;
-    if (whole) EXPECT_TRUE(fs::exists(movie));
+    }
+    if (whole) {
+      EXPECT_TRUE(fs::exists(movie));
+    }
   }
   if (job.options.timeFromReceiver) {
     const fs::path sidecar = job.outputs / "take.time.xml";
-    if (whole) EXPECT_TRUE(fs::exists(sidecar));
+    if (whole) {
+      EXPECT_TRUE(fs::exists(sidecar));
+    }
     if (fs::exists(sidecar)) {
       const std::string xml = test::ReadFile(sidecar);
       std::size_t opened = 0, closed = 0;
       for (std::size_t at = 0; (at = xml.find("<Frame>", at)) != std::string::npos; ++at) ++opened;
       for (std::size_t at = 0; (at = xml.find("</Frame>", at)) != std::string::npos; ++at) ++closed;
       EXPECT_TRUE(xml.starts_with("<Data>\n") && xml.ends_with("</Data>\n") && opened == closed) << sidecar;
-      if (whole) EXPECT_EQ(static_cast<long>(opened), frames) << sidecar;
+      if (whole) {
+        EXPECT_EQ(static_cast<long>(opened), frames) << sidecar;
+      }
     }
   }
 }
@@ -311,8 +321,9 @@ void FaultSuite::RunOnce(std::mt19937& rng, int run) {
   // Exit status 0 means every job ended Done; a failed deletion says so.
   if (status.starts_with("0") && fault != Fault::None)
     for (const Planned& job : jobs)
-      if (test::RawFilesFingerprint(job.options.folder) != "")
+      if (test::RawFilesFingerprint(job.options.folder) != "") {
         EXPECT_NE(log.find("warning 1063"), std::string::npos) << "Done, but the raw files stayed unexplained\n" << log;
+      }
   EXPECT_TRUE(status.starts_with("0") || status.starts_with("1")) << "exit status " << status << "\n" << log;
   for (const Planned& job : jobs) Check(job, fault, log);
   if (!HasFailure()) fs::remove_all(work_);
@@ -335,8 +346,8 @@ INSTANTIATE_TEST_SUITE_P(EveryFault, FaultSuite,
                          ::testing::Values(Fault::None, Fault::SizeLimit, Fault::FullFileSystem,
                                            Fault::DestinationRemoved, Fault::ReadOnlyRecording, Fault::Terminate,
                                            Fault::InterruptTwice, Fault::HangUp, Fault::BrokenPipe),
-                         [](const auto& info) {
-                           std::string name = NameOf(info.param);
+                         [](const auto& param) {
+                           std::string name = NameOf(param.param);
                            for (char& c : name)
                              if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
                            return name;

@@ -191,7 +191,9 @@ TEST_F(SuiteLink, IdleAndSlowClientsDoNotBlockOthers) {
     const sockaddr_un address = AddressOf(path_);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     ASSERT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    if (i == 0) ASSERT_EQ(::send(fd, "\x01\0\0", 3, MSG_NOSIGNAL), 3);  // half a head, then nothing
+    if (i == 0) {
+      ASSERT_EQ(::send(fd, "\x01\0\0", 3, MSG_NOSIGNAL), 3);  // half a head, then nothing
+    }
     idle.push_back(fd);
   }
   for (int i = 0; i < 5; ++i) EXPECT_EQ(SendSuiteMessage(path_, 2, {}), 1u) << i;
