@@ -50,8 +50,9 @@ void DrawOverlayText(void* frame, std::uint32_t width, std::uint32_t height, std
   canvas.Fill(0, 0, p.canvasWidth, p.canvasHeight, transparent ? 0 : ColorAt(backColor));
   canvas.DrawCentredText(font, text, color, 0, 0, p.canvasWidth, p.canvasHeight);
   const auto pixels = canvas.Bgr24();
+  if (pixels.empty()) return;  // a text too large for any canvas is not drawn
   BlendBitmap(frame, width, height, depth, position, transparent, p.margin + offset, p.margin, 0, pixels.data(),
-              static_cast<std::uint32_t>(p.canvasWidth), static_cast<std::uint32_t>(p.canvasHeight), nullptr);
+              static_cast<std::uint32_t>(canvas.Width()), static_cast<std::uint32_t>(canvas.Height()), nullptr);
 }
 
 }  // namespace tarnvel
