@@ -6,10 +6,16 @@
 // ended "Done".
 //
 //   tarnvel-cli [--parallel N] [--listen] PATH...
+//   tarnvel-cli --batch-entry K BATCH.bat
+//   tarnvel-cli --slurm BATCH.bat [--partition P] [--max-tasks N] [--sbatch-arg ARG]...
+//   tarnvel-cli --slurm-report JOBID BATCH.bat
 //
 // --listen also takes the suite's commands on the converter's socket and
 // stays until command 4 finds the list empty. Ctrl-C asks once; a second
 // Ctrl-C aborts all jobs, which end through their normal tear-down.
+// --batch-entry converts entry K of a batch alone, as a run of the whole
+// batch would, and ends with a line that tells how; --slurm and
+// --slurm-report spread a batch over a Slurm cluster (ClusterCommands.h).
 #include <unistd.h>
 
 #include <atomic>
@@ -24,11 +30,13 @@
 #include <thread>
 #include <vector>
 
+#include "apps/ClusterCommands.h"
 #include "engine/DecodeRaw.h"
 #include "platform/cordage/Messages.h"
 #include "platform/rawdrv/RawDriver.h"
 #include "platform/suitelink/SuiteLink.h"
 #include "ui/AddFile.h"
+#include "ui/ClusterBatch.h"
 #include "ui/ConsoleFrontEnd.h"
 #include "ui/Scheduler.h"
 #include "ui/Settings.h"
@@ -42,7 +50,10 @@ void OnInterrupt(int) { ++g_interrupts; }
 void OnTerminate(int) { g_terminate = true; }
 
 int Usage() {
-  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n");
+  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n"
+                       "       tarnvel-cli --batch-entry K BATCH.bat\n"
+                       "       tarnvel-cli --slurm BATCH.bat [--partition P] [--max-tasks N] [--sbatch-arg ARG]...\n"
+                       "       tarnvel-cli --slurm-report JOBID BATCH.bat\n");
   return 2;
 }
 
@@ -50,8 +61,10 @@ int Usage() {
 
 int main(int argc, char** argv) {
   using namespace tarnvel;
+  if (const std::optional<int> status = RunClusterCommand(argc, argv)) return *status;
   int parallel = -1;
   bool listen = false;
+  std::optional<std::int32_t> entry;  // --batch-entry
   std::vector<std::string> paths;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -62,6 +75,8 @@ int main(int argc, char** argv) {
       parallel = static_cast<int>(n);
     } else if (arg == "--listen") {
       listen = true;
+    } else if (arg == "--batch-entry" && i + 1 < argc) {
+      if (!(entry = ParseEntryNumber(argv[++i]))) return Usage();
     } else if (arg.rfind("--", 0) == 0) {
       return Usage();
     } else {
@@ -73,6 +88,7 @@ int main(int argc, char** argv) {
     }
   }
   if (paths.empty() && !listen) return Usage();
+  if (entry && (paths.size() != 1 || listen)) return Usage();
 
   DriverInit(0);
   ConsoleFrontEnd console(stdout, stderr, ::isatty(STDOUT_FILENO) != 0);
@@ -101,7 +117,9 @@ int main(int argc, char** argv) {
         error != 0)
       std::fprintf(stderr, "tarnvel-cli: cannot listen on %s: %s\n", socket.c_str(), std::strerror(error));
   }
-  for (const std::string& path : paths) AddFile(scheduler, console, path, false);
+  EntryAdded entryAdded = EntryAdded::Added;
+  if (entry) entryAdded = AddBatchEntry(scheduler, console, paths.front(), *entry);
+  else for (const std::string& path : paths) AddFile(scheduler, console, path, false);
 
   int askedAt = 0;
   bool terminating = false;
@@ -129,6 +147,7 @@ int main(int argc, char** argv) {
   listener.Stop();
   scheduler.Close();
   DriverExit();
+  if (entry) PrintEntryEnd(stdout, paths.front(), *entry, entryAdded, list, console);
 
   int failed = 0;
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)

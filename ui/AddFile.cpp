@@ -26,14 +26,6 @@ bool FitsJobPath(FrontEnd& frontEnd, const std::string& path) {
   return false;
 }
 
-// The batch's destination, made with its parents before any job is added.
-bool MakeDestination(FrontEnd& frontEnd, const std::string& destination) {
-  if (destination.empty()) return true;
-  if (destination.size() < kPathField && CgCreateNewDirectory(destination.c_str()) != kCreateFolderFailed) return true;
-  ShowError(frontEnd, kMsgOutputFolderFailed, destination);
-  return false;
-}
-
 bool AddEntryJob(Scheduler& scheduler, FrontEnd& frontEnd, const BatchFile& batch, const BatchEntry& entry) {
   if (!FitsJobPath(frontEnd, entry.path)) return false;
   scheduler.AddJob(entry.path, &batch.overrides, batch.destination.empty() ? nullptr : batch.destination.c_str(), false,
@@ -43,12 +35,20 @@ bool AddEntryJob(Scheduler& scheduler, FrontEnd& frontEnd, const BatchFile& batc
 
 void AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file) {
   const std::optional<BatchFile> batch = ReadBatchFile(file);
-  if (!batch || !MakeDestination(frontEnd, batch->destination)) return;
+  if (!batch || !MakeBatchDestination(frontEnd, *batch)) return;
   for (const BatchEntry& entry : batch->entries) AddEntryJob(scheduler, frontEnd, *batch, entry);
   scheduler.WakeUp();
 }
 
 }  // namespace
+
+bool MakeBatchDestination(FrontEnd& frontEnd, const BatchFile& batch) {
+  const std::string& destination = batch.destination;
+  if (destination.empty()) return true;
+  if (destination.size() < kPathField && CgCreateNewDirectory(destination.c_str()) != kCreateFolderFailed) return true;
+  ShowError(frontEnd, kMsgOutputFolderFailed, destination);
+  return false;
+}
 
 JobOverrides AddFileOverrides() {
   JobOverrides overrides;
@@ -85,7 +85,7 @@ EntryAdded AddBatchEntry(Scheduler& scheduler, FrontEnd& frontEnd, const std::st
   const auto entry = std::find_if(batch->entries.begin(), batch->entries.end(),
                                   [number](const BatchEntry& e) { return e.number == number; });
   if (entry == batch->entries.end()) return EntryAdded::NoSuchEntry;
-  if (!MakeDestination(frontEnd, batch->destination) || !AddEntryJob(scheduler, frontEnd, *batch, *entry))
+  if (!MakeBatchDestination(frontEnd, *batch) || !AddEntryJob(scheduler, frontEnd, *batch, *entry))
     return EntryAdded::Refused;
   scheduler.WakeUp();
   return EntryAdded::Added;

@@ -35,6 +35,11 @@ void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, 
 enum class EntryAdded { Added, NotABatch, NoSuchEntry, Refused };
 EntryAdded AddBatchEntry(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& batchPath, std::int32_t number);
 
+// Makes the batch's destination folder, with its parents, as AddFile does
+// before it adds any job of the batch: false, with message 33 shown, when it
+// cannot be made. True without a destination.
+bool MakeBatchDestination(FrontEnd& frontEnd, const BatchFile& batch);
+
 // The start values of the overrides that AddFile hands on.
 JobOverrides AddFileOverrides();
 
