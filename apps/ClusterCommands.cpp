@@ -88,6 +88,14 @@ int Submit(ClusterOptions& o) {
     std::fprintf(stderr, "tarnvel-cli: %s lists no job files; nothing was submitted\n", o.submitBatch.c_str());
     return 1;
   }
+  // A task runs in another folder, on another machine: a relative path
+  // would name another recording there, or none.
+  for (const BatchEntry& entry : batch->entries)
+    if (entry.path.front() != '/') {
+      std::fprintf(stderr, "tarnvel-cli: entry %d (%s) is not a whole path; nothing was submitted\n", entry.number,
+                   entry.path.c_str());
+      return 1;
+    }
   ConsoleFrontEnd console(stdout, stderr, false);
   if (!MakeBatchDestination(console, *batch)) return 1;
   const std::string logFolder = TaskLogFolder(o.submitBatch);

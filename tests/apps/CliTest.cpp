@@ -265,6 +265,7 @@ TEST(Cli, SlurmCommandRefusals) {
   test::TempDir dir;
   test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), {"/data/a/args.ini"}));
   test::WriteFile(dir.path() / "empty.bat", BatchText(dir.File("out"), {}));
+  test::WriteFile(dir.path() / "relative.bat", BatchText(dir.File("out"), {"/data/a/args.ini", "data/b/args.ini"}));
   test::WriteFile(dir.path() / "blocker", "x");
   test::WriteFile(dir.path() / "blocked.bat", BatchText(dir.File("blocker/out"), {"/data/a/args.ini"}));
   const std::string b = " " + dir.File("b.bat");
@@ -280,6 +281,7 @@ TEST(Cli, SlurmCommandRefusals) {
   // Refused before anything is submitted: an sbatch that is never there would fail otherwise.
   const std::pair<std::string, std::string> failures[] = {
       {" --slurm " + dir.File("empty.bat"), "lists no job files"},
+      {" --slurm " + dir.File("relative.bat"), "entry 1 (data/b/args.ini) is not a whole path"},
       {" --slurm " + dir.File("blocked.bat"), "error 33: "},
       {" --slurm /data/a/args.ini", "is not a batch file"},
       {" --slurm-report 12 " + dir.File("missing.bat"), "is not a batch file"},
