@@ -11,6 +11,7 @@
 
 #include "platform/cordage/TextField.h"
 #include "ui/ChildProcess.h"
+#include "ui/JobList.h"
 
 namespace tarnvel {
 namespace {
@@ -18,7 +19,8 @@ namespace {
 constexpr std::string_view kEndPrefix = "tarnvel-cli: entry ";
 constexpr std::string_view kEnded = " ended ";
 constexpr std::string_view kMessage = ", message ";
-constexpr const char* kStates[] = {"Done", "Abort", "Error"};
+// The row statuses a job ends with.
+constexpr RowStatus kEndStates[] = {RowStatus::Done, RowStatus::Abort, RowStatus::Error};
 
 bool StartsWith(std::string_view text, std::string_view head) { return text.substr(0, head.size()) == head; }
 
@@ -90,7 +92,8 @@ std::optional<EntryEnd> ParseEntryEnd(std::string_view line) {
   line.remove_prefix(kEnded.size());
   const std::size_t stateEnd = std::min(line.find(','), line.find(':'));
   end.state = line.substr(0, stateEnd);
-  if (std::none_of(std::begin(kStates), std::end(kStates), [&](const char* s) { return end.state == s; }))
+  if (std::none_of(std::begin(kEndStates), std::end(kEndStates),
+                   [&](RowStatus s) { return end.state == StatusText(static_cast<std::int32_t>(s)); }))
     return std::nullopt;
   line.remove_prefix(end.state.size());
   if (StartsWith(line, kMessage)) {
