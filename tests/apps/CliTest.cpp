@@ -201,6 +201,30 @@ TEST(Cli, BatchEntryRefusals) {
   EXPECT_FALSE(fs::exists(dir.path() / "out/rec")) << "nothing was converted";
 }
 
+// A task cancelled by its scheduler (a termination request) ends its entry
+// as "Abort" and keeps the raw files. The recording has so many frames
+// that the request comes long before its end.
+TEST(Cli, BatchEntryTerminatedEndsAsAbort) {
+  test::TempDir dir;
+  recgen::RecordingOptions o = Recording(dir, "rec", 16, 8, 20000, "f");
+  o.deleteRaw = 1;
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), {JoinPath(o.folder, "args.ini")}));
+  const std::string log = dir.File("log");
+  const std::string script =
+      Cli() + " --batch-entry 0 " + dir.File("b.bat") + " > " + log + " 2>&1 & pid=$!\n"
+      "for i in $(seq 400); do grep -q Converting " + log + " && break; sleep 0.05; done\n"
+      "kill -TERM $pid\n"
+      "for i in $(seq 400); do kill -0 $pid 2>/dev/null || break; sleep 0.05; done\n"
+      "kill -KILL $pid 2>/dev/null; wait $pid\n";  // a request that is not heard fails the test instead of hanging it
+  test::WriteFile(dir.path() / "run.sh", script);
+  EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh")), 1);
+  const std::string output = test::ReadFile(log);
+  EXPECT_NE(output.find("tarnvel-cli: entry 0 ended Abort, message 107: "), std::string::npos) << output;
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "an aborted job keeps its raw files";
+  EXPECT_FALSE(fs::exists(dir.path() / "out/rec/f019999.tif"));
+}
+
 // The whole road of a cluster batch without a cluster: an sbatch that runs
 // the array's tasks itself, one after another, with their logs where Slurm
 // would write them.
