@@ -103,7 +103,7 @@ std::optional<EntryEnd> ParseEntryEnd(std::string_view line) {
     end.message = *message;
   }
   if (StartsWith(line, ": ")) {
-    end.text = line.substr(2);
+    end.text = OneLine(line.substr(2));
   } else if (!line.empty()) {
     return std::nullopt;
   }

@@ -27,7 +27,8 @@ struct EntryEnd {
 // "tarnvel-cli: entry K ended STATE[, message N][: TEXT]" on one line
 // (control characters in the text become '?').
 std::string FormatEntryEnd(const EntryEnd& end);
-// The line read back; nothing for any line of another form.
+// The line read back, control characters in its text made '?' as when
+// written; nothing for any line of another form.
 std::optional<EntryEnd> ParseEntryEnd(std::string_view line);
 
 // "<batch folder>/<batch name less its extension>-logs".

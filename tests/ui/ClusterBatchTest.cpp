@@ -38,6 +38,8 @@ TEST(ClusterBatch, EndLinesWrittenAndReadBack) {
             "tarnvel-cli: entry 4 ended Error, message 90: /data/rec?1??[2J")
       << "a path with control characters cannot break the line";
   EXPECT_TRUE(ParseEntryEnd("tarnvel-cli: entry 4 ended Done\r")) << "a log written with CRLF";
+  EXPECT_EQ(ParseEntryEnd("tarnvel-cli: entry 4 ended Error: \x1b]0;owned\x07")->text, "?]0;owned?")
+      << "a hostile log cannot steer the terminal that shows the report";
 
   for (const char* hostile : {"", "tarnvel-cli: entry ", "tarnvel-cli: entry 4 ended ", "tarnvel-cli: entry x ended Done",
                               "tarnvel-cli: entry -4 ended Done", "tarnvel-cli: entry 9999999999 ended Done",
