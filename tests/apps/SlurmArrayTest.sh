@@ -4,7 +4,9 @@
 # converted by a local run: the outputs must be byte-identical, the report
 # must name the damaged entry with the message number of the local run, and
 # the damaged recording must keep its raw files while the others lose theirs
-# (the recordings ask for their raw files to be deleted).
+# (the recordings ask for their raw files to be deleted). Then a task
+# cancelled with scancel while it converts: its entry ends as "Abort" and
+# its recording keeps its raw files.
 #
 # Usage: SlurmArrayTest.sh TARNVEL_CLI TARNVEL_RECGEN
 # Exits 77 (skipped, with the reason on standard output) where Slurm is not
@@ -87,10 +89,25 @@ for i in "${!kinds[@]}"; do
 done
 [[ -z "$(ls "$work/cluster-out" | grep -v '^cam[0-5]$')" ]] || fail "unexpected folders: $(ls "$work/cluster-out")"
 
+# Cancelled: so many frames that scancel comes long before the end.
+"$recgen" --out "$work/long/cam" --width 16 --height 8 --frames 20000 --pretrigger 0 --delete-raw 1 >/dev/null
+printf "[List]\r\nSignature=OKN Fathom Bureau Raw Batch File V 1.00\r\nDestinationFolder=$work/long-out\r\nCount=1\r\nFile_000=$work/long/cam/args.ini\r\n" >"$work/long.bat"
+long=$("$cli" --slurm "$work/long.bat" 2>>"$work/submit.err")
+for ((i = 0; i < 600; i++)); do
+  grep -q Converting "$work/long-logs/${long}_0.log" 2>/dev/null && break
+  sleep 0.1
+done
+scancel "$long"
+wait_local_slurm_job "$long" 120 || fail "cancelled job $long did not end"
+"$cli" --slurm-report "$long" "$work/long.bat" >>"$work/report.txt"
+[[ $? == 1 ]] || fail "a cancelled entry is not Done"
+grep -q "^entry 0 (.*long/cam/args.ini): Abort, message 107: " "$work/report.txt" || fail "the cancelled entry should end as Abort"
+[[ -f "$work/long/cam/rawdata.00.raw" ]] || fail "the cancelled recording lost its raw files"
+
 if ((failures > 0)); then
   echo "--- local run"; cat "$work/local.log"
   echo "--- report"; cat "$work/report.txt"
-  for log in "$work"/cluster-logs/*.log; do echo "--- $log"; tail -n 5 "$log"; done
+  for log in "$work"/cluster-logs/*.log "$work"/long-logs/*.log; do echo "--- $log"; tail -n 5 "$log"; done
   exit 1
 fi
-echo "job array $job: $(tail -n 1 "$work/report.txt"), outputs identical to the local run"
+echo "job array $job: $(sed -n 7p "$work/report.txt"), outputs identical to the local run; cancelled job $long ended as Abort"
