@@ -3,40 +3,32 @@
 // the jobs run one after another, or in parallel when the settings or
 // --parallel allow; progress goes to standard output, failures to standard
 // error with their message number. The exit status is 0 only when every job
-// ended "Done".
+// ended "Done", 2 when the command line is wrong and nothing was converted.
 //
-//   tarnvel-cli [--parallel N] [--listen] PATH...
-//   tarnvel-cli --batch-entry K BATCH.bat
-//   tarnvel-cli --slurm BATCH.bat [--partition P] [--max-tasks N] [--sbatch-arg ARG]...
-//   tarnvel-cli --slurm-report JOBID BATCH.bat
-//
-// --listen also takes the suite's commands on the converter's socket and
-// stays until command 4 finds the list empty. Ctrl-C asks once; a second
-// Ctrl-C aborts all jobs, which end through their normal tear-down.
-// --batch-entry converts entry K of a batch alone, as a run of the whole
-// batch would, and ends with a line that tells how; --slurm and
-// --slurm-report spread a batch over a Slurm cluster (ClusterCommands.h).
+// The command line and its output choices are apps/cli/CliArguments; --help
+// tells them. --listen also takes the suite's commands on the converter's
+// socket and stays until command 4 finds the list empty. Ctrl-C asks once; a
+// second Ctrl-C aborts all jobs, which end through their normal tear-down.
+// --batch-entry converts one entry of a batch alone and ends with a line
+// that tells how; --slurm and --slurm-report spread a batch over a Slurm
+// cluster (apps/cli/ClusterCommands).
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "apps/ClusterCommands.h"
+#include "apps/cli/CliArguments.h"
+#include "apps/cli/ClusterCommands.h"
 #include "engine/DecodeRaw.h"
 #include "platform/cordage/Messages.h"
 #include "platform/rawdrv/RawDriver.h"
 #include "platform/suitelink/SuiteLink.h"
-#include "ui/AddFile.h"
-#include "ui/ClusterBatch.h"
 #include "ui/ConsoleFrontEnd.h"
 #include "ui/Scheduler.h"
 #include "ui/Settings.h"
@@ -49,46 +41,23 @@ std::atomic<bool> g_terminate{false};
 void OnInterrupt(int) { ++g_interrupts; }
 void OnTerminate(int) { g_terminate = true; }
 
-int Usage() {
-  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n"
-                       "       tarnvel-cli --batch-entry K BATCH.bat\n"
-                       "       tarnvel-cli --slurm BATCH.bat [--partition P] [--max-tasks N] [--sbatch-arg ARG]...\n"
-                       "       tarnvel-cli --slurm-report JOBID BATCH.bat\n");
-  return 2;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace tarnvel;
   if (const std::optional<int> status = RunClusterCommand(argc, argv)) return *status;
-  int parallel = -1;
-  bool listen = false;
-  std::optional<std::int32_t> entry;  // --batch-entry
-  std::vector<std::string> paths;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--parallel" && i + 1 < argc) {
-      char* end = nullptr;
-      const long n = std::strtol(argv[++i], &end, 10);
-      if (*end != '\0' || n < 1 || n > 12) return Usage();
-      parallel = static_cast<int>(n);
-    } else if (arg == "--listen") {
-      listen = true;
-    } else if (arg == "--batch-entry" && i + 1 < argc) {
-      if (!(entry = ParseEntryNumber(argv[++i]))) return Usage();
-    } else if (arg.rfind("--", 0) == 0) {
-      return Usage();
-    } else {
-      // The job works from the recording's folder, so a name given relative
-      // to where the command runs is made whole here.
-      std::error_code error;
-      const std::filesystem::path whole = std::filesystem::absolute(arg, error);
-      paths.push_back(error ? arg : whole.string());
-    }
+  const CliParse parse = ParseCliArguments(argc, argv);
+  if (parse.arguments.help) {
+    std::fputs(CliHelpText().c_str(), stdout);
+    return kExitDone;
   }
-  if (paths.empty() && !listen) return Usage();
-  if (entry && (paths.size() != 1 || listen)) return Usage();
+  if (!parse.error.empty()) {
+    std::fprintf(stderr, "tarnvel-cli: %s\nTry 'tarnvel-cli --help'.\n", parse.error.c_str());
+    return kExitUsage;
+  }
+  const CliArguments& arguments = parse.arguments;
+  const int parallel = arguments.parallel;
+  const bool listen = arguments.listen;
 
   DriverInit(0);
   ConsoleFrontEnd console(stdout, stderr, ::isatty(STDOUT_FILENO) != 0);
@@ -118,8 +87,15 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "tarnvel-cli: cannot listen on %s: %s\n", socket.c_str(), std::strerror(error));
   }
   EntryAdded entryAdded = EntryAdded::Added;
-  if (entry) entryAdded = AddBatchEntry(scheduler, console, paths.front(), *entry);
-  else for (const std::string& path : paths) AddFile(scheduler, console, path, false);
+  if (arguments.batchEntry) {
+    entryAdded = AddBatchEntry(scheduler, console, arguments.paths.front(), *arguments.batchEntry);
+  } else if (const std::string wrong = AddCliJobs(scheduler, console, arguments); !wrong.empty()) {
+    std::fprintf(stderr, "%s", wrong.c_str());
+    listener.Stop();
+    scheduler.Close();
+    DriverExit();
+    return kExitUsage;
+  }
 
   int askedAt = 0;
   bool terminating = false;
@@ -147,11 +123,12 @@ int main(int argc, char** argv) {
   listener.Stop();
   scheduler.Close();
   DriverExit();
-  if (entry) PrintEntryEnd(stdout, paths.front(), *entry, entryAdded, list, console);
+  if (arguments.batchEntry)
+    PrintEntryEnd(stdout, arguments.paths.front(), *arguments.batchEntry, entryAdded, list, console);
 
   int failed = 0;
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)
     if (list.Row(row).cells[kStatusColumn] != "Done") ++failed;
   if (list.RowCount() == 0 && !listen) failed = 1;  // nothing was converted
-  return failed == 0 ? 0 : 1;
+  return failed == 0 ? kExitDone : kExitFailed;
 }

@@ -67,6 +67,12 @@ std::string MessageText(int number, const char* argument) {
   return text;
 }
 
+std::string CatalogueText(int number, std::string_view builtIn) {
+  std::lock_guard lock(g_mutex);
+  if (auto it = g_catalogue.find(number); it != g_catalogue.end()) return it->second;
+  return std::string(builtIn);
+}
+
 void SetMessageCatalogue(std::map<int, std::string> texts) {
   std::lock_guard lock(g_mutex);
   g_catalogue = std::move(texts);

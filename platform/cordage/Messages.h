@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace tarnvel {
 
@@ -39,6 +40,10 @@ int StyleOf(int number);
 // is inserted as text, never used as a format). Unknown numbers give a text
 // that names the number.
 std::string MessageText(int number, const char* argument = nullptr);
+
+// The loaded language catalogue's text of a numbered string (labels, list
+// entries), else `builtIn`. Nothing is put in place: patterns stay as they are.
+std::string CatalogueText(int number, std::string_view builtIn);
 
 // Replaces the texts of the given numbers (a language catalogue); numbers it
 // lacks keep the built-in English text.

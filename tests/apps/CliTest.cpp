@@ -178,18 +178,20 @@ TEST(Cli, BatchEntryRefusals) {
   test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), {args, "", args}));
   test::WriteFile(dir.path() / "blocker", "x");
   test::WriteFile(dir.path() / "blocked.bat", BatchText(dir.File("blocker/out"), {args}));
+  test::WriteFile(dir.path() / "other.bat", "[List]\r\nSignature=Another program's list\r\nCount=1\r\nFile_000=" + args + "\r\n");
   const std::string batch = " " + dir.File("b.bat");
   for (const std::string& bad : {" --batch-entry x" + batch, " --batch-entry -1" + batch, " --batch-entry 100000" + batch,
                                 batch + " --batch-entry", " --batch-entry 0" + batch + batch,
-                                " --listen --batch-entry 0" + batch}) {
+                                " --listen --batch-entry 0" + batch, " --batch-entry 0 " + args,
+                                " --batch-entry 0 --type png" + batch}) {
     std::string output;
     EXPECT_EQ(test::RunCommand(Cli() + bad, &output), 2) << bad << output;
-    EXPECT_NE(output.find("usage"), std::string::npos) << output;
+    EXPECT_NE(output.find("Try 'tarnvel-cli --help'"), std::string::npos) << output;
   }
   const std::pair<std::string, std::string> failures[] = {
       {" --batch-entry 1" + batch, "tarnvel-cli: entry 1 ended Error: the batch " + dir.File("b.bat") + " has no entry 1"},
       {" --batch-entry 5" + batch, "ended Error: the batch"},
-      {" --batch-entry 0 " + args, "tarnvel-cli: entry 0 ended Error: " + args + " is not a batch file"},
+      {" --batch-entry 0 " + dir.File("other.bat"), "tarnvel-cli: entry 0 ended Error: " + dir.File("other.bat") + " is not a batch file"},
       {" --batch-entry 0 " + dir.File("blocked.bat"), "tarnvel-cli: entry 0 ended Error, message 33: "},
   };
   for (const auto& [command, wanted] : failures) {
@@ -300,7 +302,7 @@ TEST(Cli, SlurmCommandRefusals) {
                                 " --slurm" + b + " --partition"}) {
     std::string output;
     EXPECT_EQ(test::RunCommand(Cli() + bad, &output), 2) << bad << output;
-    EXPECT_NE(output.find("usage"), std::string::npos) << output;
+    EXPECT_NE(output.find("Try 'tarnvel-cli --help'"), std::string::npos) << output;
   }
   // Refused before anything is submitted: an sbatch that is never there would fail otherwise.
   const std::pair<std::string, std::string> failures[] = {

@@ -1,4 +1,4 @@
-#include "apps/ClusterCommands.h"
+#include "apps/cli/ClusterCommands.h"
 
 #include <unistd.h>
 
@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "apps/cli/CliArguments.h"
 #include "platform/cordage/Folders.h"
 #include "platform/cordage/Messages.h"
 #include "ui/ClusterBatch.h"
@@ -21,12 +22,9 @@ struct ClusterOptions {
   ArraySubmission submission;
 };
 
-int Usage(const std::string& problem = {}) {
-  if (!problem.empty()) std::fprintf(stderr, "tarnvel-cli: %s\n", problem.c_str());
-  std::fprintf(stderr,
-               "usage: tarnvel-cli --slurm BATCH.bat [--partition P] [--max-tasks N] [--sbatch-arg ARG]...\n"
-               "       tarnvel-cli --slurm-report JOBID BATCH.bat\n");
-  return 2;
+int Usage(const std::string& problem) {
+  std::fprintf(stderr, "tarnvel-cli: %s\nTry 'tarnvel-cli --help'.\n", problem.c_str());
+  return kExitUsage;
 }
 
 std::string Whole(const std::string& path) {
@@ -60,7 +58,7 @@ std::string ParseOptions(int argc, const char* const* argv, ClusterOptions& o) {
         return "--sbatch-arg " + value + ": tarnvel-cli sets " + *refused + " itself (the array, its logs and its script)";
       o.submission.sbatchArgs.push_back(value);
     } else {
-      return "unexpected argument: " + arg;
+      return "unexpected argument for --slurm or --slurm-report: " + arg;
     }
   }
   if (o.submitBatch.empty() == o.reportBatch.empty()) return "give either --slurm or --slurm-report";
@@ -83,10 +81,10 @@ std::string ThisProgram() {
 
 int Submit(ClusterOptions& o) {
   const std::optional<BatchFile> batch = ReadBatch(o.submitBatch);
-  if (!batch) return 1;
+  if (!batch) return kExitFailed;
   if (batch->entries.empty()) {
     std::fprintf(stderr, "tarnvel-cli: %s lists no job files; nothing was submitted\n", o.submitBatch.c_str());
-    return 1;
+    return kExitFailed;
   }
   // A task runs in another folder, on another machine: a relative path
   // would name another recording there, or none.
@@ -94,14 +92,14 @@ int Submit(ClusterOptions& o) {
     if (entry.path.front() != '/') {
       std::fprintf(stderr, "tarnvel-cli: entry %d (%s) is not a whole path; nothing was submitted\n", entry.number,
                    entry.path.c_str());
-      return 1;
+      return kExitFailed;
     }
   ConsoleFrontEnd console(stdout, stderr, false);
-  if (!MakeBatchDestination(console, *batch)) return 1;
+  if (!MakeBatchDestination(console, *batch)) return kExitFailed;
   const std::string logFolder = TaskLogFolder(o.submitBatch);
   if (CgCreateNewDirectory(logFolder.c_str()) == kCreateFolderFailed) {
     std::fprintf(stderr, "tarnvel-cli: the log folder %s cannot be created\n", logFolder.c_str());
-    return 1;
+    return kExitFailed;
   }
   ArraySubmission& s = o.submission;
   s.cliPath = ThisProgram();
@@ -111,18 +109,18 @@ int Submit(ClusterOptions& o) {
   const std::optional<std::string> jobId = SubmitArray(s, error);
   if (!jobId) {
     std::fprintf(stderr, "tarnvel-cli: %s\n", error.c_str());
-    return 1;
+    return kExitFailed;
   }
   std::printf("%s\n", jobId->c_str());
   std::fprintf(stderr, "tarnvel-cli: %zu entries submitted as job array %s, logs in %s; "
                        "tarnvel-cli --slurm-report %s %s tells how they ended\n",
                s.entries.size(), jobId->c_str(), logFolder.c_str(), jobId->c_str(), o.submitBatch.c_str());
-  return 0;
+  return kExitDone;
 }
 
 int Report(const ClusterOptions& o) {
   const std::optional<BatchFile> batch = ReadBatch(o.reportBatch);
-  if (!batch) return 1;
+  if (!batch) return kExitFailed;
   std::size_t done = 0;
   const std::vector<EntryReport> reports = ReadArrayReport(*batch, o.reportBatch, o.reportJob);
   for (const EntryReport& report : reports) {
@@ -130,7 +128,7 @@ int Report(const ClusterOptions& o) {
     if (report.end && report.end->state == StatusText(static_cast<std::int32_t>(RowStatus::Done))) ++done;
   }
   std::printf("%zu of %zu entries Done\n", done, reports.size());
-  return done == reports.size() ? 0 : 1;
+  return done == reports.size() ? kExitDone : kExitFailed;
 }
 
 }  // namespace
