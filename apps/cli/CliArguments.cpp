@@ -153,12 +153,6 @@ struct OptionReader {
   }
 };
 
-std::string WholePath(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path whole = std::filesystem::absolute(path, error);
-  return error ? path : whole.string();
-}
-
 // Checks a value that is wrong whatever the recording; empty when it is fine.
 std::string CheckValue(std::string_view name, std::string& value) {
   if (name == "--type") {
@@ -201,6 +195,12 @@ std::string TakeBatchEntry(CliArguments& a, const std::string& entry, bool choic
 }
 
 }  // namespace
+
+std::string WholePath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::absolute(path, error);
+  return error ? path : whole.string();
+}
 
 bool OutputChoices::Any() const {
   return fileType || depth || bitRange || rate || codec || quality || resetNumbering || deleteRaw;

@@ -56,6 +56,10 @@ struct CliParse {
 };
 CliParse ParseCliArguments(int argc, const char* const* argv);
 
+// A path given on the command line made whole: the jobs work from the
+// recordings' folders, and cluster tasks from another folder altogether.
+std::string WholePath(const std::string& path);
+
 // The text of --help: every option, the file types offered, the exit statuses.
 std::string CliHelpText();
 

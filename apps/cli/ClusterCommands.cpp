@@ -27,22 +27,16 @@ int Usage(const std::string& problem) {
   return kExitUsage;
 }
 
-std::string Whole(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path whole = std::filesystem::absolute(path, error);
-  return error ? path : whole.string();
-}
-
 // Reads the options; an error text for a command line that cannot be run.
 std::string ParseOptions(int argc, const char* const* argv, ClusterOptions& o) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     const bool hasValue = i + 1 < argc;
     if (arg == "--slurm" && hasValue) {
-      o.submitBatch = Whole(argv[++i]);
+      o.submitBatch = WholePath(argv[++i]);
     } else if (arg == "--slurm-report" && i + 2 < argc) {
       o.reportJob = argv[++i];
-      o.reportBatch = Whole(argv[++i]);
+      o.reportBatch = WholePath(argv[++i]);
       if (!IsJobId(o.reportJob)) return "not a job id: " + o.reportJob;
     } else if (arg == "--partition" && hasValue) {
       o.submission.partition = argv[++i];
