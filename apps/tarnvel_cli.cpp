@@ -9,6 +9,8 @@
 // tells them. --listen also takes the suite's commands on the converter's
 // socket and stays until command 4 finds the list empty. Ctrl-C asks once; a
 // second Ctrl-C aborts all jobs, which end through their normal tear-down.
+// --parallel N --save keeps N in the settings, as the desktop's Options
+// dialog does (1 turns parallel conversion off).
 // --batch-entry converts one entry of a batch alone and ends with a line
 // that tells how; --slurm and --slurm-report spread a batch over a Slurm
 // cluster (apps/cli/ClusterCommands).
@@ -41,6 +43,25 @@ std::atomic<bool> g_terminate{false};
 void OnInterrupt(int) { ++g_interrupts; }
 void OnTerminate(int) { g_terminate = true; }
 
+// Stores `parallel` jobs at once as the settings of every later run: 0 when
+// saved, 1 when the settings could not be written.
+int SaveParallel(int parallel) {
+  using namespace tarnvel;
+  const ParallelSettings saved = parallel > 1 ? ParallelSettings{1, parallel} : ParallelSettings{0, ReadParallelSettings().maximum};
+  const std::string file = RegistryFileOf(RegistryRoot::CurrentUser);
+  if (!WriteParallelSettings(saved)) {
+    std::fprintf(stderr, "tarnvel-cli: nothing saved: %s has no writable key [%s]\n", file.c_str(), kCurrentSettingsKey);
+    return 1;
+  }
+  const ParallelSettings read = ReadParallelSettings();
+  if (read.enabled != saved.enabled || read.maximum != saved.maximum)
+    std::fprintf(stderr,
+                 "tarnvel-cli: saved in %s, but the settings are read from [%s] of %s until the current key "
+                 "holds UseJumboPackets\n",
+                 file.c_str(), kOlderSettingsKey, RegistryFileOf(RegistryRoot::LocalMachine).c_str());
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -58,6 +79,9 @@ int main(int argc, char** argv) {
   const CliArguments& arguments = parse.arguments;
   const int parallel = arguments.parallel;
   const bool listen = arguments.listen;
+  if (arguments.save) {
+    if (const int status = SaveParallel(parallel); status != 0 || (arguments.paths.empty() && !listen)) return status;
+  }
 
   DriverInit(0);
   ConsoleFrontEnd console(stdout, stderr, ::isatty(STDOUT_FILENO) != 0);

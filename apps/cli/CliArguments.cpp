@@ -244,6 +244,7 @@ CliParse ParseCliArguments(int argc, const char* const* argv) {
     }
     if (arg == "--keep-raw") c.deleteRaw = false, known = true;
     if (arg == "--listen") a.listen = known = true;
+    if (arg == "--save") a.save = known = true;
     if (arg == "--help" || arg == "-h") a.help = known = true;
     if (arg == "--") pathsOnly = known = true;
     if (!reader.error.empty()) parse.error = reader.error;
@@ -252,7 +253,8 @@ CliParse ParseCliArguments(int argc, const char* const* argv) {
   if (!parse.error.empty() || a.help) return parse;
   if (parallel) a.parallel = static_cast<int>(*WholeNumber(*parallel));
   if (destination) a.destination = *destination;
-  if (a.paths.empty() && !a.listen) parse.error = "no PATH to convert";
+  if (a.save && !parallel) parse.error = "--save keeps the count of --parallel N, and none is given";
+  else if (a.paths.empty() && !a.listen && !a.save) parse.error = "no PATH to convert";
   else if (a.paths.empty() && (c.Any() || destination))
     parse.error = "the output choices and --dest apply to the PATH arguments, and none is given";
   else if (batchEntry) parse.error = TakeBatchEntry(a, *batchEntry, c.Any() || destination);
@@ -317,6 +319,9 @@ Output choices (for argument files; a batch file carries its own):
 
 Running:
   --parallel N        run up to N jobs at once (1 to 12); else the settings
+  --save              keep --parallel N in the settings for later runs and
+                      the desktop program (1 turns parallel conversion off);
+                      without a PATH nothing else is done
   --listen            also take the suite's commands on the converter's
                       socket, and stay until a close command finds no job
   -h, --help          show this text

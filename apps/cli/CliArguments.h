@@ -36,6 +36,7 @@ struct OutputChoices {
 struct CliArguments {
   int parallel = -1;  // -1: the settings decide
   bool listen = false;
+  bool save = false;  // keep `parallel` in the settings
   bool help = false;
   std::string destination;  // empty: beside each recording
   OutputChoices choices;

@@ -91,9 +91,9 @@ TEST(DepthChoicesTest, ListsFollowTheSourceDepthAndWhetherTheTypeIsDeep) {
   EXPECT_EQ(DepthSelection(DepthChoices(kBmp, 12), 12), 0u) << "a deep target on a type that isn't deep: the first entry";
 
   // A language catalogue names the ranges.
-  SetMessageCatalogue({{kTextMiddle, "Mitte"}});
+  SetStringCatalogue({{kTextMiddle, "Mitte"}});
   EXPECT_EQ(DepthTexts(kBmp, 12)[1], "8 bit (Mitte)");
-  SetMessageCatalogue({});
+  SetStringCatalogue({});
 }
 
 TEST(DepthChoicesTest, EnableRulesAndTheRateField) {
@@ -146,9 +146,9 @@ TEST_F(OptionsModelTest, SummaryTextsOfARecording) {
   }
 
   // Translated patterns are filled without printf, whatever they hold.
-  SetMessageCatalogue({{kTextFrameRange, "%s frames %n%d%% from %d to %d %d"}});
+  SetStringCatalogue({{kTextFrameRange, "%s frames %n%d%% from %d to %d %d"}});
   EXPECT_EQ(ReadRecordingSummary(o.folder, -5, 11, false).frames, "11 frames %n-5% from 5 to  ");
-  SetMessageCatalogue({});
+  SetStringCatalogue({});
   EXPECT_EQ(FillPattern("%c%", {"D"}), "D%");
 }
 
