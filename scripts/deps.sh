@@ -28,6 +28,8 @@ packages=(
   python3-xlrd
   # fuzz targets (libFuzzer) are built with clang
   clang libclang-rt-14-dev
+  # a single-node Slurm cluster that the job-array test starts and stops itself
+  slurmctld slurmd slurm-client munge
 )
 if [[ "${1:-}" == "--bench" ]]; then
   packages+=(libopencv-dev hyperfine)
