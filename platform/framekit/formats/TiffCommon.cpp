@@ -73,6 +73,11 @@ int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& op
     TIFFSetField(tif, TIFFTAG_PAGENUMBER, static_cast<std::uint16_t>(frame.index),
                  static_cast<std::uint16_t>(frame.total));
   }
+  // Baseline fields that every reader may ask for; a camera frame has no
+  // physical size, so the customary 72 pixels an inch.
+  TIFFSetField(tif, TIFFTAG_XRESOLUTION, 72.0f);
+  TIFFSetField(tif, TIFFTAG_YRESOLUTION, 72.0f);
+  TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
   TIFFSetField(tif, TIFFTAG_SOFTWARE, "Tarnvel");
   if (frame.metadata != nullptr)
     TIFFSetField(tif, kMetadataTag, static_cast<std::uint32_t>(kMetadataBlockSize), frame.metadata);
