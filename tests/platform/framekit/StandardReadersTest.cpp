@@ -128,8 +128,11 @@ TEST(StandardReaders, ImageMagickPngcheckAndExiftoolAcceptEveryFile) {
   ASSERT_EQ(test::RunCommand("exiftool -validate -warning -error -a" + tiffs, &out), 0) << out;
   EXPECT_THAT(out, ::testing::Not(::testing::HasSubstr("Error"))) << out;
   std::istringstream lines(out);
-  for (std::string line; std::getline(lines, line);)
-    if (line.rfind("Warning", 0) == 0) EXPECT_THAT(line, ::testing::HasSubstr("[minor] Non-standard IFD")) << line;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("Warning", 0) == 0) {
+      EXPECT_THAT(line, ::testing::HasSubstr("[minor] Non-standard IFD")) << line;
+    }
+  }
 }
 
 // PNG depths that do not fill their samples are stored scaled by bit
