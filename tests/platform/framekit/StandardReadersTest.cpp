@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
+#include <limits>
 #include <sstream>
 #include <vector>
 
@@ -177,6 +180,101 @@ TEST(StandardReaders, PngSignificantBitsScaleTheSamplesAndReadBackExactly) {
   script += "print('bad', bad)\nexit(1 if bad else 0)\n";
   std::string out;
   EXPECT_EQ(test::RunPython(script, &out), 0) << out;
+}
+
+// One frame written with a capture record: what the recording tells about it.
+std::string WriteCaptured(const test::TempDir& dir, const std::string& name, const CaptureInfo& capture,
+                          std::uint32_t bits = 12) {
+  const std::string path = dir.File(name);
+  FrameHandle handle = nullptr;
+  EXPECT_EQ(OpenOutput(path.c_str(), 1, &handle), 0);
+  EXPECT_EQ(SetCaptureInfo(handle, &capture), 0);
+  const test::FrameSpec spec{37, 23, bits};
+  const auto pixels = test::PatternFrame(spec, 0);
+  const auto block = test::PatternBlock(0);
+  const FrameHeader header = test::MakeHeader(spec);
+  EXPECT_EQ(WriteFrame(handle, 0, 1, &header, block.data(), pixels.data()), 0);
+  CloseOutput(handle);
+  return path;
+}
+
+CaptureInfo SampleCapture() {
+  CaptureInfo capture;
+  capture.timeSource = CaptureTime::kTimeCode;
+  // 2024-02-29 23:59:58.654321
+  capture.timeMicroseconds = 1709251198654321;
+  capture.recordingRate = 2500;
+  capture.exposureNs = 250000;
+  capture.frameNumber = -3;
+  std::strcpy(capture.model, "Fathom HS-6");
+  std::strcpy(capture.serial, "11-2345-6789");
+  return capture;
+}
+
+// The recording's camera, capture date and exposure reach the DNG where raw
+// tools look for them (IFD0, the EXIF directory, CinemaDNG's frame rate), and
+// the TIFF types carry camera and date in their baseline fields; exiftool
+// still finds nothing wrong, dcraw shows the date and the shutter, and the
+// block and pixels come back. A damaged record leaves the fields out.
+TEST(StandardReaders, DngAndTiffCarryTheRecordingsCameraDateAndExposure) {
+  test::TempDir dir;
+  const std::string dng = WriteCaptured(dir, "c.dng", SampleCapture());
+  const std::string tif = WriteCaptured(dir, "c.tif", SampleCapture());
+  std::string out;
+  ASSERT_EQ(test::RunCommand("exiftool -validate -warning -a -G1 -s -Make -Model -UniqueCameraModel "
+                             "-CameraSerialNumber -DateTime -DateTimeOriginal -SubSecTimeOriginal -ExposureTime "
+                             "-FrameRate -ModifyDate " + dng + " " + tif, &out), 0) << out;
+  for (const char* line : {"[IFD0]          Make                            : OKN",
+                           "[IFD0]          Model                           : Fathom HS-6",
+                           "[IFD0]          UniqueCameraModel               : OKN Fathom HS-6",
+                           "[IFD0]          CameraSerialNumber              : 11-2345-6789",
+                           "[IFD0]          ModifyDate                      : 2024:02:29 23:59:58",
+                           "[ExifIFD]       DateTimeOriginal                : 2024:02:29 23:59:58",
+                           "[ExifIFD]       SubSecTimeOriginal              : 654321",
+                           "[ExifIFD]       ExposureTime                    : 1/4000",
+                           "[IFD0]          FrameRate                       : 2500"})
+    EXPECT_THAT(out, ::testing::HasSubstr(line)) << out;
+  const std::string tifPart = out.substr(out.find("c.tif"));
+  EXPECT_THAT(tifPart, ::testing::HasSubstr("Model                           : Fathom HS-6"));
+  EXPECT_THAT(tifPart, ::testing::HasSubstr("ModifyDate                      : 2024:02:29 23:59:58"));
+  EXPECT_THAT(tifPart, ::testing::Not(::testing::HasSubstr("ExifIFD")));
+  EXPECT_THAT(out, ::testing::ContainsRegex("c.dng\n.*Validate +: 1 Warning \\(minor\\)\n.*0xfde9"));
+  EXPECT_THAT(tifPart, ::testing::ContainsRegex("Validate +: 1 Warning \\(minor\\)\n.*0xfde9"));
+  out.clear();
+  ASSERT_EQ(test::RunCommand("dcraw -i -v " + dng, &out), 0) << out;
+  EXPECT_THAT(out, ::testing::HasSubstr("Camera: OKN Fathom HS-6"));
+  EXPECT_THAT(out, ::testing::HasSubstr("Timestamp: Thu Feb 29 23:59:58 2024"));
+  EXPECT_THAT(out, ::testing::HasSubstr("Shutter: 1/4000.0 sec"));
+  for (const std::string& path : {dng, tif}) {
+    int result = 0;
+    auto file = framekit::OpenImageFile(path, &result);
+    framekit::DecodedFrame frame;
+    ASSERT_TRUE(file && file->ReadFrame(0, frame) == 0) << path;
+    EXPECT_TRUE(frame.pixels == test::PatternFrame({37, 23, 12}, 0) && frame.metadata == test::PatternBlock(0)) << path;
+  }
+
+  CaptureInfo damaged = SampleCapture();
+  damaged.timeSource = static_cast<CaptureTime>(77);
+  damaged.recordingRate = std::nan("");
+  damaged.exposureNs = 0;
+  const std::string odd = WriteCaptured(dir, "odd.dng", damaged);
+  damaged = SampleCapture();
+  damaged.timeMicroseconds = std::numeric_limits<std::int64_t>::min();
+  std::memset(damaged.model, 'x', sizeof damaged.model);  // no end
+  const std::string far = WriteCaptured(dir, "far.dng", damaged);
+  out.clear();
+  ASSERT_EQ(test::RunCommand("exiftool -a -G1 -s -Model -DateTimeOriginal -ModifyDate -FrameRate -ExposureTime " +
+                             odd + " " + far, &out), 0) << out;
+  EXPECT_THAT(out, ::testing::Not(::testing::HasSubstr("Date"))) << out;
+  EXPECT_THAT(out.substr(0, out.find("far.dng")), ::testing::Not(::testing::HasSubstr("FrameRate"))) << out;
+  EXPECT_THAT(out, ::testing::HasSubstr("Model                           : " + std::string(63, 'x') + "\n")) << out;
+  FrameHandle handle = nullptr;
+  ASSERT_EQ(OpenOutput(dir.File("size.dng").c_str(), 1, &handle), 0);
+  damaged.size = 100;
+  EXPECT_EQ(SetCaptureInfo(handle, &damaged), kFkBadArgument);
+  EXPECT_EQ(SetCaptureInfo(nullptr, &damaged), kFkBadHandle);
+  EXPECT_EQ(SetCaptureInfo(handle, nullptr), 0);
+  CloseOutput(handle);
 }
 
 TEST(StandardReaders, DcrawIdentifiesDngAndReadsTheRawValues) {
