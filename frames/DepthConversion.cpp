@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "frames/ImageProcessor.h"
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 namespace tarnvel {
 namespace {

@@ -115,8 +115,7 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
     case ImgOpEqualize: Equalize(frame); break;
     case ImgOpFlipVertical:
     case ImgOpFlipHorizontal:
-      MirrorInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_,
-                    item.code == ImgOpFlipVertical ? 0 : 1);
+      MirrorInPlace(PackedView(frame, width_, height_, depth_), item.code == ImgOpFlipVertical ? 0 : 1);
       break;
     case ImgOpRowOffset: RowOffset(item.value1, item.value2, frame); break;
     default: break;
@@ -139,9 +138,8 @@ void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* fra
     std::int16_t kernel[kFilterCoefficients];
     for (std::int32_t t = 0; t < w * h; ++t)
       kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
-    const std::size_t rowBytes = frameSize_ / height_;
-    status = ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, scratch, rowBytes, width_, height_, kernel, w,
-                            h, filter.divisor);
+    status = ConvolveBorder(PackedView(frame, width_, height_, depth_), PackedView(scratch, width_, height_, depth_),
+                            kernel, w, h, filter.divisor);
   }
   if (status != kPrimitiveOk) std::memset(scratch, 0, frameSize_);
   std::memcpy(frame, scratch, frameSize_);
@@ -150,12 +148,11 @@ void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* fra
 void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {
   std::uint8_t* scratch = ScratchToOverwrite(frameSize_);
   if (!scratch || !frame || frameSize_ == 0) return;
-  const std::size_t rowBytes = frameSize_ / height_;
-  const PixelLayout layout = LayoutOfDepth(depth_);
   auto* primitive = kind == RankKind::Median    ? &MedianBorder
                     : kind == RankKind::Minimum ? &MinimumBorder
                                                 : &MaximumBorder;
-  if (primitive(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize) != kPrimitiveOk)
+  if (primitive(PackedView(frame, width_, height_, depth_), PackedView(scratch, width_, height_, depth_), maskSize,
+                maskSize) != kPrimitiveOk)
     std::memset(scratch, 0, frameSize_);
   std::memcpy(frame, scratch, frameSize_);
 }
@@ -229,7 +226,7 @@ void ImageProcessor::Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame) {
 void ImageProcessor::Negative(std::uint8_t* frame) {
   const std::uint16_t full = EightBitSamples(depth_) ? 255 : static_cast<std::uint16_t>(FullScale(depth_));
   const std::uint16_t mask[3] = {full, full, full};
-  InvertInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_, mask);
+  InvertInPlace(PackedView(frame, width_, height_, depth_), mask);
 }
 
 void ImageProcessor::Equalize(std::uint8_t* frame) {

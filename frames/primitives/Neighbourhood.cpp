@@ -483,36 +483,34 @@ int MedianLayout(const void* src, std::size_t srb, void* dst, std::size_t drb, s
   return kPrimitiveOk;
 }
 
-bool Usable(const void* source, const void* destination, std::uint32_t width, std::uint32_t height) {
-  return source && destination && width > 0 && height > 0;
+// Both views hold pixels, of one size and one layout.
+bool Usable(const ConstImageView& source, const ImageView& destination) {
+  return !source.Empty() && !destination.Empty() && SameSize(source, destination) &&
+         source.Layout() == destination.Layout();
 }
 
 }  // namespace
 
-int ConvolveBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                   std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height,
-                   const std::int16_t* kernel, int kernelWidth, int kernelHeight, int divisor) {
-  if (!Usable(source, destination, width, height) || !kernel || kernelWidth < 1 || kernelHeight < 1)
-    return kPrimitiveBadSize;
+int ConvolveBorder(ConstImageView source, ImageView destination, const std::int16_t* kernel, int kernelWidth,
+                   int kernelHeight, int divisor) {
+  if (!Usable(source, destination) || !kernel || kernelWidth < 1 || kernelHeight < 1) return kPrimitiveBadSize;
   if (divisor == 0) return kPrimitiveBadDivisor;
   try {
-    return DispatchLayout(layout, [&]<class T, int C>() {
-      return ConvolveLayout<T, C>(source, sourceRowBytes, destination, destinationRowBytes, width, height, kernel,
-                                  kernelWidth, kernelHeight, divisor);
+    return DispatchLayout(source.Layout(), [&]<class T, int C>() {
+      return ConvolveLayout<T, C>(source.data, source.rowBytes, destination.data, destination.rowBytes, source.width,
+                                  source.height, kernel, kernelWidth, kernelHeight, divisor);
     });
   } catch (const std::bad_alloc&) {
     return kPrimitiveNoMemory;
   }
 }
 
-int MedianBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                 std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                 int maskHeight) {
-  if (!Usable(source, destination, width, height) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
+int MedianBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  if (!Usable(source, destination) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
   try {
-    return DispatchLayout(layout, [&]<class T, int C>() {
-      return MedianLayout<T, C>(source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth,
-                                maskHeight);
+    return DispatchLayout(source.Layout(), [&]<class T, int C>() {
+      return MedianLayout<T, C>(source.data, source.rowBytes, destination.data, destination.rowBytes, source.width,
+                                source.height, maskWidth, maskHeight);
     });
   } catch (const std::bad_alloc&) {
     return kPrimitiveNoMemory;
@@ -520,32 +518,24 @@ int MedianBorder(PixelLayout layout, const void* source, std::size_t sourceRowBy
 }
 
 template <bool kMax>
-static int Extremum(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                    std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                    int maskHeight) {
-  if (!Usable(source, destination, width, height) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
+static int Extremum(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  if (!Usable(source, destination) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
   try {
-    return DispatchLayout(layout, [&]<class T, int C>() {
-      return ExtremumLayout<T, C, kMax>(source, sourceRowBytes, destination, destinationRowBytes, width, height,
-                                        maskWidth, maskHeight);
+    return DispatchLayout(source.Layout(), [&]<class T, int C>() {
+      return ExtremumLayout<T, C, kMax>(source.data, source.rowBytes, destination.data, destination.rowBytes,
+                                        source.width, source.height, maskWidth, maskHeight);
     });
   } catch (const std::bad_alloc&) {
     return kPrimitiveNoMemory;
   }
 }
 
-int MinimumBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                  std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                  int maskHeight) {
-  return Extremum<false>(layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth,
-                         maskHeight);
+int MinimumBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  return Extremum<false>(source, destination, maskWidth, maskHeight);
 }
 
-int MaximumBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                  std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                  int maskHeight) {
-  return Extremum<true>(layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth,
-                        maskHeight);
+int MaximumBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  return Extremum<true>(source, destination, maskWidth, maskHeight);
 }
 
 }  // namespace tarnvel

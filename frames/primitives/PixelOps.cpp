@@ -52,18 +52,20 @@ void Mirror(void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_
 
 }  // namespace
 
-int InvertInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height,
-                  const std::uint16_t mask[3]) {
-  if (!frame || !mask || width == 0 || height == 0) return kPrimitiveBadSize;
-  DispatchLayout(layout, [&]<class T, int C>() { Invert<T, C>(frame, rowBytes, width, height, mask); });
+int InvertInPlace(ImageView frame, const std::uint16_t mask[3]) {
+  if (frame.Empty() || !mask) return kPrimitiveBadSize;
+  DispatchLayout(frame.Layout(), [&]<class T, int C>() {
+    Invert<T, C>(frame.data, frame.rowBytes, frame.width, frame.height, mask);
+  });
   return kPrimitiveOk;
 }
 
-int MirrorInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height,
-                  int axis) {
-  if (!frame || width == 0 || height == 0) return kPrimitiveBadSize;
+int MirrorInPlace(ImageView frame, int axis) {
+  if (frame.Empty()) return kPrimitiveBadSize;
   if (axis != 0 && axis != 1) return kPrimitiveBadMask;
-  DispatchLayout(layout, [&]<class T, int C>() { Mirror<T, C>(frame, rowBytes, width, height, axis); });
+  DispatchLayout(frame.Layout(), [&]<class T, int C>() {
+    Mirror<T, C>(frame.data, frame.rowBytes, frame.width, frame.height, axis);
+  });
   return kPrimitiveOk;
 }
 

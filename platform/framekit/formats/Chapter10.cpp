@@ -22,7 +22,7 @@
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/Bytes.h"
 #include "platform/framekit/formats/Calendar.h"
 
@@ -230,7 +230,7 @@ class Chapter10Writer final : public FrameWriter {
     bits_ = header.bits;
     mosaic_ = header.mosaic;
     mosaicOrder_ = header.mosaicOrder;
-    layout_ = LayoutOfDepth(StoredDepth(header));
+    layout_ = FormatOfDepth(StoredDepth(header));
     clock_.Start(frame);
     WriteTmats(frame.capture);
   }
@@ -242,7 +242,7 @@ class Chapter10Writer final : public FrameWriter {
   std::string ImageChannelText() const {
     const char* kind = layout_.channels == 3 ? "colour, blue-green-red" : mosaic_ ? "sensor mosaic" : "grey";
     return "Channel 2 images " + std::to_string(width_) + " x " + std::to_string(height_) + ", " +
-           std::to_string(layout_.significantBits) + " bits a sample in " + std::to_string(layout_.sampleBytes * 8) +
+           std::to_string(layout_.channelBits) + " bits a sample in " + std::to_string(layout_.sampleBytes * 8) +
            "-bit little-endian samples, " + kind + (mosaic_ ? " order " + std::to_string(mosaicOrder_) : "") +
            ", rows top to bottom, recorded at " + RateText(clock_.Rate()) + " frames a second";
   }
@@ -358,7 +358,7 @@ class Chapter10Writer final : public FrameWriter {
   int fd_;
   bool started_ = false;
   std::uint32_t width_ = 0, height_ = 0, bits_ = 0, mosaic_ = 0, mosaicOrder_ = 0;
-  PixelLayout layout_;
+  PixelFormat layout_;
   FrameClock clock_;
   std::uint64_t nextTimeTicks_ = 0;
   std::uint64_t wholeBytes_ = 0;  // the file up to the last frame written whole
