@@ -85,6 +85,10 @@ std::string TmatsValue(const char* text) {
   return value;
 }
 
+// Times of frames, in nanoseconds since 1970, stay between 1970 and 2200: in
+// that span every sum and difference of them fits the 64-bit counts.
+constexpr std::int64_t kLatestNanoseconds = 7'258'118'400'000'000'000;  // 2200-01-01
+
 // The camera's own time stamp of a frame (nanoseconds since 1970), when the
 // block holds one between the years 2000 and 2120.
 std::optional<std::int64_t> CameraTimestamp(const std::uint8_t* block) {
@@ -117,10 +121,13 @@ class FrameClock {
     } else {
       basis_ = Basis::kConversionClock;
     }
+    if (!OwnTime(frame)) basis_ = Basis::kConversionClock;  // a capture time outside the span
+    // The recording's rate; one that is not a sensible number of frames a second is 25.
+    auto sensible = [](double r) { return r >= 0.01 && r <= 1e7; };
     double rate = capture != nullptr ? capture->recordingRate : 0.0;
-    if (!(rate > 0) && block != nullptr) rate = GetLE<std::uint32_t>(block + kBlockRateAt);
-    if (!(rate > 0) && std::isfinite(frame.header->rate) && frame.header->rate > 0) rate = frame.header->rate;
-    rate_ = rate > 0 ? rate : 25.0;
+    if (!sensible(rate) && block != nullptr) rate = GetLE<std::uint32_t>(block + kBlockRateAt);
+    if (!sensible(rate)) rate = frame.header->rate;
+    rate_ = sensible(rate) ? rate : 25.0;
     lastNs_ = OwnTime(frame).value_or(std::chrono::duration_cast<std::chrono::nanoseconds>(
                                           std::chrono::system_clock::now().time_since_epoch())
                                           .count());
@@ -132,7 +139,8 @@ class FrameClock {
   // The first frame's ticks come from Start; every later frame's from its time.
   std::uint64_t Ticks(const FrameData& frame) {
     if (frames_++ == 0) return lastTicks_;
-    const std::int64_t ns = OwnTime(frame).value_or(lastNs_ + std::llround(1e9 / rate_));
+    const std::int64_t period = std::llround(1e9 / rate_);
+    const std::int64_t ns = OwnTime(frame).value_or(std::min(lastNs_ + period, kLatestNanoseconds));
     lastNs_ = ns;
     if (ns > originNs_) lastTicks_ = std::max(lastTicks_, TicksAfterOrigin(ns));
     return lastTicks_;
@@ -152,9 +160,10 @@ class FrameClock {
   std::optional<std::int64_t> OwnTime(const FrameData& frame) const {
     if (basis_ == Basis::kCameraStamps) return CameraTimestamp(frame.metadata);
     const CaptureInfo* capture = frame.capture;
-    if (basis_ == Basis::kCaptureRecords && capture != nullptr && capture->timeSource != CaptureTime::kUnknown)
-      return capture->timeMicroseconds * 1000;
-    return std::nullopt;
+    if (basis_ != Basis::kCaptureRecords || capture == nullptr || capture->timeSource == CaptureTime::kUnknown ||
+        capture->timeMicroseconds < 0 || capture->timeMicroseconds > kLatestNanoseconds / 1000)
+      return std::nullopt;
+    return capture->timeMicroseconds * 1000;
   }
 
   Basis basis_ = Basis::kConversionClock;
@@ -168,15 +177,20 @@ class FrameClock {
 class DataChecksum {
  public:
   void Add(Bytes bytes) {
-    for (const std::uint8_t b : bytes) {
-      word_ |= std::uint32_t{b} << (8 * filled_);
-      if (++filled_ == 4) sum_ += word_, word_ = 0, filled_ = 0;
-    }
+    std::size_t i = 0;
+    for (; i < bytes.size() && filled_ != 0; ++i) AddByte(bytes[i]);
+    for (; i + 4 <= bytes.size(); i += 4) sum_ += GetLE<std::uint32_t>(bytes.data() + i);
+    for (; i < bytes.size(); ++i) AddByte(bytes[i]);
   }
   // Zero filler completes the last word.
   std::uint32_t Sum() const { return sum_ + word_; }
 
  private:
+  void AddByte(std::uint8_t b) {
+    word_ |= std::uint32_t{b} << (8 * filled_);
+    if (++filled_ == 4) sum_ += word_, word_ = 0, filled_ = 0;
+  }
+
   std::uint32_t sum_ = 0, word_ = 0;
   int filled_ = 0;
 };

@@ -186,6 +186,26 @@ TEST(Chapter10, TimesWithoutTheRecordingsClockAndHostileCaptureRecords) {
   auto tmats = TmatsAttributes(r);
   EXPECT_EQ(tmats["G\\106"], "09");
   EXPECT_EQ(tmats["R-1\\N"], "3");
+
+  // A capture time past the counter's span (the year 2300) and a playback
+  // rate too small to make a period: this machine's clock, 25 frames a second.
+  FrameHeader slow = test::MakeHeader(Spec(backwards));
+  slow.rate = 1e-30f;
+  ASSERT_EQ(OpenOutput(dir.File("far.ch10").c_str(), 1, &handle), 0);
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    CaptureInfo capture;
+    capture.timeSource = CaptureTime::kTimeCode;
+    capture.timeMicroseconds = 10'413'792'000'000'000 + i;  // 2300-01-01
+    ASSERT_EQ(SetCaptureInfo(handle, &capture), 0);
+    ASSERT_EQ(WriteFrame(handle, i, 3, &slow, nullptr, Pixels(backwards, i).data()), 0);
+  }
+  ASSERT_EQ(CloseOutput(handle), 0);
+  r = ReadPackets(test::ReadFile(dir.File("far.ch10")));
+  EXPECT_THAT(r.problems, ::testing::IsEmpty());
+  f = RebuildFrames(r);
+  ASSERT_EQ(f.imageTimes.size(), 3u);
+  EXPECT_EQ(f.imageTimes[2] - f.imageTimes[0], 800000u);
+  EXPECT_EQ(TimePackets(r).front().source, 0u);
   EXPECT_EQ(tmats["R-1\\RI2"], "Fathom   G\\106:04 R-1\\N:9");
   EXPECT_EQ(tmats["R-1\\RI9"], "12 34");
 }
