@@ -105,7 +105,7 @@ TEST(StandardReaders, PillowOpensAndAgreesPixelForPixel) {
 TEST(StandardReaders, ImageMagickPngcheckAndExiftoolAcceptEveryFile) {
   test::TempDir dir;
   const std::pair<const char*, std::vector<std::uint32_t>> types[] = {
-      {"bmp", {5, 8, 18, 24}},          {"tga", {8, 24}},
+      {"bmp", {5, 8, 18, 24}},          {"tga", {8, 24}},  {"jpg", {8, 24}},
       {"png", {5, 8, 12, 16, 21, 24, 36, 48}}, {"tif", {1, 8, 12, 16, 24, 36, 48}},
       {"dpx", {8, 10, 12, 16, 24, 30, 48}},    {"mpt", {8, 12, 48}}, {"dng", {8, 12, 48}}};
   std::string pngs, tiffs;
