@@ -22,6 +22,7 @@ packages=(
   qt6-base-dev xvfb xauth trayer python3-xlib desktop-file-utils
   # independent readers that the tests check written files with
   libtiff-tools ffmpeg python3 python3-pil python3-numpy dcraw
+  imagemagick pngcheck libimage-exiftool-perl python3-png
   # locale sources: the tests compile regional settings to read them back
   locales
   # a second reader of the channel workbooks that the generator writes
