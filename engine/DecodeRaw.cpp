@@ -473,21 +473,26 @@ RowStatus CDecodeRaw::SettleEnd(JobRun& run) {
   facts.aborted = abortFlag_ != 0;
   if (facts.aborted && statusCode_ == 0) Fail(kMsgAborted, "");
   if (statusCode_ == 0 && run.outputs.HasFailure()) Fail(kMsgOutputIncomplete, run.outputs.FailedPath());
-  if (statusCode_ == 0)
-    if (const auto missing = run.outputs.FirstMissing()) Fail(kMsgOutputIncomplete, *missing + " (gone)");
   if (statusCode_ == 0 && facts.deleteAsked) {
     // The raw files may be the only copy: the outputs reach the disk first.
     const auto unsynced = run.outputs.MakeDurable();
     facts.outputsOnDisk = !unsynced;
     if (unsynced) Fail(kMsgOutputIncomplete, *unsynced);
   }
+  // The presence of every output is the last thing looked at before the
+  // decision, so that nothing that went meanwhile passes unseen.
+  if (statusCode_ == 0)
+    if (const auto missing = run.outputs.FirstMissing()) Fail(kMsgOutputIncomplete, *missing + " (gone)");
   facts.statusCode = statusCode_;
+  const bool rawFilesGo = RawFilesMayGo(facts, run.outputs);
+  if (!rawFilesGo && statusCode_ == 0)
+    if (const auto missing = run.outputs.FirstMissing()) Fail(kMsgOutputIncomplete, *missing + " (gone)");  // went meanwhile
   const RowStatus status = facts.aborted ? RowStatus::Abort : statusCode_ != 0 ? RowStatus::Error : RowStatus::Done;
-  if (RawFilesMayGo(facts, run.outputs)) {
+  if (rawFilesGo) {
     const std::vector<std::string> kept = DeleteRawFiles(run.recordingFolder);
     std::string names;
     for (const std::string& name : kept) names += (names.empty() ? "" : ", ") + name;
-    if (!kept.empty()) Fail(kMsgRawDeleteFailed, run.recordingFolder + ": " + names);
+    if (!kept.empty()) Fail(kMsgRawDeleteFailed, run.recordingFolder + ": " + names);  // a warning: still Done
   }
   SetFinal(status);
   return status;

@@ -243,8 +243,8 @@ TEST_F(JobEnd, FailingCompanionsAndAVanishedDestinationKeepTheRawFiles) {
     EXPECT_EQ(test::RawFilesFingerprint(o.folder), before);
   }
 
-  // The destination removed while the job writes a multipage file or a sequence.
-  for (const std::int32_t type : {11, 12, 1}) {
+  // The destination removed while the job writes a sequence or any multi-frame file.
+  for (const std::int32_t type : {1, 11, 6, 12, 14, 15, 21, 13, 34}) {
     SCOPED_TRACE(type);
     recgen::RecordingOptions o = Options("gone" + std::to_string(type));
     o.fileType = type;
