@@ -33,6 +33,12 @@ std::string ExtensionOf(std::int32_t type) {
   return text;
 }
 
+// The index of frame i in the companion movie, -1 when it is not in it.
+std::int32_t MovieIndexOf(const JobRun& run, std::int32_t i) {
+  const RecordingInfo& rec = *run.recording;
+  return run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
+}
+
 }  // namespace
 
 CDecodeRaw::CDecodeRaw(std::string_view argsPath, std::uint32_t rowIndex, std::uint32_t sentBySuite)
@@ -100,7 +106,9 @@ int CDecodeRaw::Fail(std::int32_t code, std::string_view text) {
 
 bool CDecodeRaw::WaitAtGate() {
   if (!pauseEvent_.Wait(pauseTimeout_)) pauseEvent_.Set();  // a forgotten pause ends by itself
-  return abortFlag_ == 0;
+  if (abortFlag_ == 0) return true;
+  Fail(kMsgAborted, "");
+  return false;
 }
 
 void CDecodeRaw::Report(const JobRun& run, const std::string& text, std::int32_t state, std::int32_t current) {
@@ -127,7 +135,6 @@ void CDecodeRaw::LoadBackground() {
   }
   args_->backgroundOn = 1;
 }
-
 
 void CDecodeRaw::SetFinal(RowStatus status) {
   RowStatus waiting = RowStatus::Waiting;
@@ -370,12 +377,9 @@ void CDecodeRaw::RunMultiFrameFile(JobRun& run) {
   Report(run, run.shownName, run.rowState, 1);
   run.reported = true;
   for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) {
-      Fail(kMsgAborted, "");
-      break;
-    }
+    if (!WaitAtGate()) break;
     const std::int32_t frameNumber = OutputFrameNumber(rec, i);
-    std::int32_t movieIndex = run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
+    std::int32_t movieIndex = MovieIndexOf(run, i);
     const int result = ConvertFrameSafely(run, run.outHandle, frameNumber, SourceFramePosition(rec, i), run.mainPath, i,
                                           total, movieIndex, run.movieFrames);
     WriteSidecarFrame(run, frameNumber);
@@ -403,16 +407,13 @@ void CDecodeRaw::RunFrameFiles(JobRun& run) {
   Report(run, run.shownName, run.rowState, 1);
   run.reported = true;
   for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) {
-      Fail(kMsgAborted, "");
-      break;
-    }
+    if (!WaitAtGate()) break;
     const std::int32_t frameNumber = OutputFrameNumber(rec, i);
     // Both ends of the range were checked before the run: every number between fits.
     const std::string framePath = FrameOutputPath(run.outputFolder, baseName, frameNumber, run.extension).value_or("");
     FrameHandle handle = nullptr;
     if (OpenOutput(framePath.c_str(), 1, &handle) == 0) run.outputs.Created(framePath);
-    const std::int32_t movieIndex = run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
+    const std::int32_t movieIndex = MovieIndexOf(run, i);
     int result = ConvertFrameSafely(run, handle, frameNumber, SourceFramePosition(rec, i), framePath, i, total,
                                     movieIndex, run.movieFrames);
     WriteSidecarFrame(run, frameNumber);

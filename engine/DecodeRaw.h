@@ -102,6 +102,7 @@ class CDecodeRaw final : public ConversionJob {
   void LoadBackground();
   void WriteSidecarHead(JobRun& run);
   void WriteSidecarFrame(JobRun& run, std::int32_t frameNumber);
+  // Waits while paused; false, with status 107, when the job was aborted.
   bool WaitAtGate();
   void Report(const JobRun& run, const std::string& text, std::int32_t state, std::int32_t current);
 

@@ -37,4 +37,4 @@ echo "== fuzz"
 found=$(mktemp -d)
 trap 'rm -rf "$found"' EXIT
 LSAN_OPTIONS="suppressions=$root/tests/lsan.supp" "$root/build/fuzz/tests/fuzz/fuzz_job_args" -max_total_time="${TARNVEL_FUZZ_SECONDS:-30}" -timeout=20 \
-  -dict="$root/tests/fuzz/args.dict" -print_final_stats=1 "$found" "$root/tests/fuzz/corpus/args" 2>&1 | tail -n 40
+  -dict="$root/tests/fuzz/args.dict" -print_final_stats=1 "$found" "$root/tests/fuzz/corpus/args" 2>&1 | grep -v '# Uses:' | tail -n 20

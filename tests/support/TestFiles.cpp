@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <random>
 #include <sstream>
@@ -67,9 +68,8 @@ std::string RawFilesFingerprint(const std::filesystem::path& folder) {
       files[name] = 0;
       continue;
     }
-    std::uint64_t hash = 1469598103934665603ull;  // FNV-1a over the bytes
-    for (unsigned char c : ReadFile(entry.path())) hash = (hash ^ c) * 1099511628211ull;
-    files[name] = hash;
+    const std::string bytes = ReadFile(entry.path());
+    files[name] = std::hash<std::string>{}(bytes) ^ bytes.size();
   }
   std::string fingerprint;
   for (const auto& [name, hash] : files) fingerprint += name + ":" + std::to_string(hash) + " ";
