@@ -133,8 +133,8 @@ void CDecodeRaw::LoadBackground() {
     std::vector<std::uint8_t> image(imageBytes);
     if (LoadImage(args_->backgroundPath, 0, info.width * BytesPerPixel(bits), info.height, image.data(), 0) != 0)
       return backgroundFrame_.clear();
-    imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
-    imageProcessor_.FitImage(info.width, info.height, bits, image.data(), backgroundFrame_.data());
+    FitImage(PackedView(image.data(), info.width, info.height, bits),
+             PackedView(backgroundFrame_.data(), geometry_.width, geometry_.height, geometry_.bits));
   }
   args_->backgroundOn = 1;
 }
@@ -226,7 +226,6 @@ int CDecodeRaw::ConvertJob() {
   }
   recordings_.AddCopy(rec);
   recordings_.SetCurrent(0);
-  imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
   if (args_->backgroundOn) LoadBackground();
   if (geometry_.bits > 16) whiteBalance_.SetRecordingWhiteBalance(rec);
 
@@ -360,6 +359,8 @@ void CDecodeRaw::CommonEnd(JobRun& run) {
   logos_[1].Free();
   rawFrame_ = {};
   workBuffer_ = {};
+  convertedBuffer_ = {};
+  movieBuffer_ = {};
   recordings_.Clear();
   imageOps_.Clear();
   rawSource_.Close();

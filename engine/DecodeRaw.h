@@ -92,6 +92,8 @@ class CDecodeRaw final : public ConversionJob {
   FrameReadAhead readAhead_;  // the delivery of the main output
   RawFrame rawFrame_;          // the frame being converted
   std::vector<std::uint8_t> workBuffer_;
+  std::vector<std::uint8_t> convertedBuffer_;  // the frame at the output depth
+  std::vector<std::uint8_t> movieBuffer_;      // the companion movie's frame at 8 or 24 bits
   std::vector<std::uint8_t> backgroundFrame_;
   CImageOpList imageOps_;
   ImageProcessor imageProcessor_;

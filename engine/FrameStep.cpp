@@ -28,6 +28,15 @@ std::uint32_t TurnedMosaicOrder(std::uint32_t order, std::uint32_t rotation, std
   return order;
 }
 
+// `frame` at `depth`, in `buffer` (grown to fit).
+std::uint8_t* ConvertedFrame(ConstImageView frame, std::uint32_t depth, std::uint32_t bitRange,
+                             std::vector<std::uint8_t>& buffer) {
+  const std::size_t bytes = PackedBytes(frame.width, frame.height, depth);
+  if (buffer.size() < bytes) buffer.resize(bytes);
+  const ImageView converted = PackedView(buffer.data(), frame.width, frame.height, depth);
+  return ConvertDepth(frame, converted, bitRange) ? buffer.data() : nullptr;
+}
+
 }  // namespace
 
 std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frameTotal, std::uint32_t bits, int* result,
@@ -55,13 +64,13 @@ std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frame
     }
     if (args_->bottomBar) std::memset(picture + pictureBytes, 0, bar);
   }
-  imageProcessor_.SetGeometry(geometry_.width, geometry_.height, depth);
+  const ImageView placed = PackedView(picture, geometry_.width, geometry_.height, depth);
   if (args_->backgroundOn && backgroundFrame_.size() == pictureBytes)
-    imageProcessor_.AddBackground(raw, backgroundFrame_.data(), picture);
+    AddBackground(PackedView(raw, geometry_.width, geometry_.height, depth),
+                  PackedView(backgroundFrame_.data(), geometry_.width, geometry_.height, depth), placed);
   else
     std::memcpy(picture, raw, pictureBytes);
-  ApplyImageChain(imageProcessor_, imageOps_, picture);
-  imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
+  ApplyImageChain(imageProcessor_, imageOps_, placed);
   return workBuffer_.data();
 }
 
@@ -166,8 +175,8 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     if (!RawFrameType(type)) header.bits = outBits * (isColor ? 3 : 1);
     std::uint8_t* fetched = FetchFrame(frameIndex, frameTotal, sourceBits, &result);
     if (!fetched) return result;
-    frame = outBits != sourceBits ? imageProcessor_.ConvertDepth(sourceBits, outBits, rec.PixelGain, geometry_.width,
-                                                                 geometry_.height, fetched, nullptr)
+    frame = outBits != sourceBits ? ConvertedFrame(PackedView(fetched, geometry_.width, geometry_.height, sourceBits),
+                                                   outBits, rec.PixelGain, convertedBuffer_)
                                   : fetched;
     takeFrameRecords();
     buildBlock();
@@ -186,7 +195,7 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     if (!fetched) return result;
     const std::uint32_t sourceDepth = run.mosaicMode && isColor ? geometry_.bits / 3 : geometry_.bits;
     frame = geometry_.bits != outBits && !(run.mosaicMode && isColor)
-                ? imageProcessor_.ConvertDepth(sourceDepth, outBits, rec.PixelGain, width, height, fetched, nullptr)
+                ? ConvertedFrame(PackedView(fetched, width, height, sourceDepth), outBits, rec.PixelGain, convertedBuffer_)
                 : fetched;
     if (!frame) return -1;
     takeFrameRecords();
@@ -195,15 +204,14 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
       channelValue = ChannelValueAt(run.channelData, frameIndex);
     const std::uint32_t pictureEnd = pictureTop + geometry_.height;
     if (args_->markerKind != 0) {
-      imageProcessor_.SetGeometry(width, height, outBits);
+      const ImageView marked = PackedView(frame, width, height, outBits);
       const std::uint32_t color = ColorAt(args_->markerColor);
       const std::int32_t low = static_cast<std::int32_t>(args_->markerValue & 0xFFFF);
       const std::int32_t high = static_cast<std::int32_t>(args_->markerValue >> 16);
       if (args_->markerKind == 1)
-        imageProcessor_.DrawCross(frame, low, high, static_cast<std::int32_t>(pictureTop), static_cast<std::int32_t>(pictureEnd), color);
+        DrawCross(marked, low, high, static_cast<std::int32_t>(pictureTop), static_cast<std::int32_t>(pictureEnd), color);
       else if (args_->markerKind == 2)
-        imageProcessor_.DrawGrid(frame, low, high, static_cast<std::int32_t>(pictureTop), static_cast<std::int32_t>(pictureEnd), color);
-      imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
+        DrawGrid(marked, low, high, static_cast<std::int32_t>(pictureTop), static_cast<std::int32_t>(pictureEnd), color);
     }
     if (args_->overlayFlags != 0) {
       OverlayFrameValues values;
@@ -307,8 +315,8 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     movieHeader.mosaicOrder = 0;
     const std::uint32_t target = movieBits <= 16 ? 8 : 24;
     if (movieBits != target)
-      movieFrame = imageProcessor_.ConvertDepth(movieBits, target, rec.PixelGain, movieHeader.width, movieHeader.height,
-                                                movieFrame, nullptr);
+      movieFrame = ConvertedFrame(PackedView(movieFrame, movieHeader.width, movieHeader.height, movieBits), target,
+                                  rec.PixelGain, movieBuffer_);
     movieHeader.bits = target;
     movieHeader.colorKind = target <= 16 ? 1 : 2;
     if (movieFrame)

@@ -1,4 +1,4 @@
-// ImageProcessor::ConvertDepth: shifts and saturation, no tables, no rounding.
+// ConvertDepth: shifts and saturation, no tables, no rounding.
 //
 // Depths are first brought to what their storage can mean: 1 to 8 count as
 // 8, a target of 17 to 23 as 24 (8-bit colour), anything above 48 as 48. A
@@ -163,20 +163,20 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
 
 }  // namespace
 
-std::uint8_t* ImageProcessor::ConvertDepth(std::uint32_t sourceDepth, std::uint32_t targetDepth,
-                                           std::uint32_t bitRange, std::uint32_t width, std::uint32_t height,
-                                           const std::uint8_t* source, std::uint8_t* destination) {
-  if (!source) return destination;
-  if (sourceDepth == targetDepth) {
-    if (!destination) return const_cast<std::uint8_t*>(source);
-    std::memcpy(destination, source, frameSize_);
-    return destination;
+bool ConvertDepth(ConstImageView source, ImageView destination, std::uint32_t bitRange) {
+  if (source.Empty() || destination.Empty() || !SameSize(source, destination)) return false;
+  const int range = static_cast<int>(std::min<std::uint32_t>(bitRange, 64));
+  // Packed frames go as one run of pixels, others row by row.
+  const bool oneRun = source.Packed() && destination.Packed();
+  const std::uint32_t rows = oneRun ? 1 : source.height;
+  const std::size_t pixels = std::size_t{source.width} * (oneRun ? source.height : 1);
+  for (std::uint32_t y = 0; y < rows; ++y) {
+    if (source.depth == destination.depth)
+      std::memcpy(destination.Row(y), source.Row(y), pixels * source.PixelBytes());
+    else
+      Convert(source.depth, destination.depth, range, pixels, source.Row(y), destination.Row(y));
   }
-  const std::size_t pixels = static_cast<std::size_t>(width) * height;
-  std::uint8_t* out = destination ? destination : EnsureScratch(pixels * BytesPerPixel(targetDepth));
-  if (!out) return nullptr;
-  Convert(sourceDepth, targetDepth, static_cast<int>(std::min<std::uint32_t>(bitRange, 64)), pixels, source, out);
-  return out;
+  return true;
 }
 
 }  // namespace tarnvel

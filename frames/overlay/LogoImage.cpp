@@ -35,10 +35,7 @@ int LogoImage::Load(const char* path) {
   if (bits == 24) {
     std::memcpy(colour.data(), buffer.data(), colour.size());
   } else {
-    ImageProcessor processor;
-    processor.SetGeometry(w, h, bits);
-    const std::uint8_t* converted = processor.ConvertDepth(bits, 24, 0, w, h, buffer.data(), colour.data());
-    if (converted == nullptr) return 0;
+    if (!ConvertDepth(PackedView(buffer.data(), w, h, bits), PackedView(colour.data(), w, h, 24), 0)) return 0;
   }
   width_ = padded;
   height_ = h;
@@ -65,8 +62,11 @@ void DrawLogo(void* frame, std::uint32_t width, std::uint32_t height, std::uint3
   if (w == 0 || h == 0) return;
   ImageScaler scaler;
   std::vector<std::uint8_t> scaled(3ull * w * h), scaledAlpha(alpha ? std::size_t{w} * h : 0);
-  if (scaler.Scale(ScaleLanczos, pixels, logoWidth, logoHeight, scaled.data(), w, h, 24) != 0) return;
-  if (alpha && scaler.Scale(ScaleLanczos, alpha, logoWidth, logoHeight, scaledAlpha.data(), w, h, 8) != 0) return;
+  if (scaler.Scale(ScaleLanczos, PackedView(pixels, logoWidth, logoHeight, 24), PackedView(scaled.data(), w, h, 24)) != 0)
+    return;
+  if (alpha && scaler.Scale(ScaleLanczos, PackedView(alpha, logoWidth, logoHeight, 8),
+                            PackedView(scaledAlpha.data(), w, h, 8)) != 0)
+    return;
   BlendBitmap(frame, width, height, depth, position, false, offset, 0, transparencyStep, scaled.data(), w, h,
               alpha ? scaledAlpha.data() : nullptr);
 }
