@@ -243,8 +243,8 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
         const int percent = LogoScalePercent(item.format);
         extents[i] = static_cast<std::int32_t>(logos_[i].Width() * percent / 100);
         const std::int32_t offset = i == 1 && overlay_->items[kFirstLogoItem].position == item.position ? extents[0] : 0;
-        DrawLogo(frame, width, height, outBits, item.position, percent, item.paramA, offset, logos_[i].Pixels(),
-                 logos_[i].Width(), logos_[i].Height(), logos_[i].Alpha());
+        DrawLogo(PackedView(frame, width, height, outBits), logos_[i].View(), logos_[i].Alpha(), item.position, percent,
+                 item.paramA, offset);
       }
       for (std::int32_t position = 0; position <= 5; ++position) {
         const char* text = overlayRenderer_->TextAt(position);
@@ -252,8 +252,8 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
         std::int32_t offset = 0;
         if (extents[0] && overlay_->items[kFirstLogoItem].position == position) offset += extents[0];
         if (extents[1] && overlay_->items[kSecondLogoItem].position == position) offset += extents[1];
-        DrawOverlayText(frame, width, height, outBits, position, FieldText(args_->overlayFont), args_->overlayFontHeight,
-                        args_->overlayTextColor, args_->overlayBackColor, offset, text);
+        DrawOverlayText(PackedView(frame, width, height, outBits), position, FieldText(args_->overlayFont),
+                        args_->overlayFontHeight, args_->overlayTextColor, args_->overlayBackColor, offset, text);
       }
     }
     if (plotRows != 0 && run.channelDataLoaded) {
@@ -285,10 +285,10 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
         const std::size_t offset = (std::size_t{plotWidth} - width) / 2 * bytes;
         for (std::uint32_t y = 0; y < height; ++y)
           std::memcpy(&wideFrame[y * plotWidth * bytes + offset], frame + std::size_t{y} * width * bytes, width * bytes);
-        plot.Draw(frameIndex, wideFrame.data(), plotWidth, height, outBits);
+        plot.Draw(frameIndex, PackedView(wideFrame.data(), plotWidth, height, outBits));
         header.width = plotWidth;
       } else {
-        plot.Draw(frameIndex, frame, width, height, outBits);
+        plot.Draw(frameIndex, PackedView(frame, width, height, outBits));
       }
     }
     buildBlock();

@@ -1,10 +1,11 @@
 // ConvertDepth: shifts and saturation, no tables, no rounding.
 //
 // Depths are first brought to what their storage can mean: 1 to 8 count as
-// 8, a target of 17 to 23 as 24 (8-bit colour), anything above 48 as 48. A
-// right shift that BitRange turns negative becomes a left shift by the same
-// amount, still clamped; a left shift without a clamp keeps the low bits
-// that the storage holds.
+// 8, anything above 48 as 48. 8-bit colour of 17 to 23 bits holds depth / 3
+// bits a channel, as every frame of that layout does. A right shift that
+// BitRange turns negative becomes a left shift by the same amount, still
+// clamped; a left shift without a clamp keeps the low bits that the storage
+// holds.
 #include <algorithm>
 #include <cstring>
 
@@ -85,7 +86,6 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
   using u16 = std::uint16_t;
   s = Normalised(s);
   t = Normalised(t);
-  if (t > 16 && t < 24) t = 24;
   const PixelLayout from = LayoutOfDepth(s), to = LayoutOfDepth(t);
   const int si = static_cast<int>(s), ti = static_cast<int>(t);
   const auto identity = [](std::uint32_t v) { return v; };
@@ -96,7 +96,10 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
       case PixelLayout::Grey16:
         WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 1>(src, dst, pixels, op); });
         return;
-      case PixelLayout::Color8: WeightedGrey<u8, u8>(src, dst, pixels, identity, 255, identity); return;
+      case PixelLayout::Color8:  // channels of fewer than 8 bits widened to 8 first
+        if (si == 24) WeightedGrey<u8, u8>(src, dst, pixels, identity, 255, identity);
+        else WithShift(si / 3 - 8, 255, [&](auto op) { WeightedGrey<u8, u8>(src, dst, pixels, op, 255, identity); });
+        return;
       case PixelLayout::Color16:  // each channel narrowed to 8 bits first
         WithShift(si / 3 - 8 - r, 255,
                   [&](auto op) { WeightedGrey<u16, u8>(src, dst, pixels, op, 255, identity); });
@@ -104,16 +107,20 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
     }
   }
   if (to == PixelLayout::Color8) {
+    const int tc = ti / 3;  // 8 at depth 24, fewer below
     switch (from) {
-      case PixelLayout::Grey8: MapValues<u8, u8, 1, 3>(src, dst, pixels, identity); return;
+      case PixelLayout::Grey8:
+        if (tc == 8) MapValues<u8, u8, 1, 3>(src, dst, pixels, identity);
+        else WithShift(8 - tc, Mask(tc), [&](auto op) { MapValues<u8, u8, 1, 3>(src, dst, pixels, op); });
+        return;
       case PixelLayout::Grey16:
-        WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
+        WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
         return;
       case PixelLayout::Color8:
-        WithShift(si / 3 - 8 - r, 255, [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
+        WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
         return;
       case PixelLayout::Color16:
-        WithShift(si / 3 - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
+        WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
         return;
     }
   }
@@ -150,9 +157,11 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
     case PixelLayout::Grey16:
       greyRows(si, [&](auto op) { MapValues<u16, u16, 1, 1>(src, dst, pixels, op); });
       return;
-    case PixelLayout::Color8:
-      greyRows(8, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, identity, 255, op); });
+    case PixelLayout::Color8: {
+      const int sc = si / 3;
+      greyRows(sc, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, identity, Mask(sc), op); });
       return;
+    }
     case PixelLayout::Color16: {
       const int sc = std::min(si / 3, 16);
       greyRows(sc, [&](auto op) { WeightedGrey<u16, u16>(src, dst, pixels, identity, Mask(sc), op); });

@@ -29,19 +29,14 @@ void PaintPixels(std::uint8_t* first, std::size_t count, std::uint32_t depth, co
 
 }  // namespace
 
+// Each 8-bit value scaled to the full scale of the channel: the identity at
+// 8 bits a channel (depths 8 and 24).
 MarkerColor MarkerColorFor(std::uint32_t color, std::uint32_t depth) {
   const std::uint32_t red = color & 0xFF, green = (color >> 8) & 0xFF, blue = (color >> 16) & 0xFF;
   const std::uint32_t m = FullScale(depth);
-  const std::uint32_t grey = (red + 3 * blue + 6 * green) / 10;
-  switch (LayoutOfDepth(depth)) {
-    case PixelLayout::Grey8: return {{static_cast<std::uint16_t>(grey), 0, 0}};
-    case PixelLayout::Grey16: return {{static_cast<std::uint16_t>(grey * m / 255), 0, 0}};
-    case PixelLayout::Color8:
-      return {{static_cast<std::uint16_t>(blue), static_cast<std::uint16_t>(green), static_cast<std::uint16_t>(red)}};
-    case PixelLayout::Color16: break;
-  }
-  return {{static_cast<std::uint16_t>(blue * m / 255), static_cast<std::uint16_t>(green * m / 255),
-           static_cast<std::uint16_t>(red * m / 255)}};
+  const auto at = [m](std::uint32_t v) { return static_cast<std::uint16_t>(v * m / 255); };
+  if (!IsColour(depth)) return {{at((red + 3 * blue + 6 * green) / 10), 0, 0}};
+  return {{at(blue), at(green), at(red)}};
 }
 
 bool AddBackground(ConstImageView source, ConstImageView background, ImageView destination) {

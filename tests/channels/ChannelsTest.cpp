@@ -561,7 +561,7 @@ TEST(DataPlot, GraphGridCursorAndCurvesOnAColourFrame) {
   for (std::int32_t frameIndex : {0, 99}) {
     Plot p;
     MakePlot(p, 1, -1);
-    EXPECT_EQ(p.bmp.Draw(frameIndex, p.frame.data(), W, H, 24), 1);
+    EXPECT_EQ(p.bmp.Draw(frameIndex, PackedView(p.frame.data(), W, H, 24)), 1);
     const Rect g = p.bmp.GraphRect();
     EXPECT_EQ(g.Width() % 8 + g.Height() % 4, 0) << "whole cells";
     EXPECT_GT(g.left, p.bmp.LegendRect().right) << "the graph stands right of the legend";
@@ -596,7 +596,7 @@ TEST(DataPlot, GraphGridCursorAndCurvesOnAColourFrame) {
 TEST(DataPlot, SelectedChannelLegendAndGreyPens) {
   Plot p;
   MakePlot(p, 0, 1);  // position 1 is channel 2
-  p.bmp.Draw(0, p.frame.data(), W, H, 24);
+  p.bmp.Draw(0, PackedView(p.frame.data(), W, H, 24));
   std::set<std::uint32_t> seen;
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) seen.insert(At(p.frame, x, y));
@@ -608,7 +608,7 @@ TEST(DataPlot, SelectedChannelLegendAndGreyPens) {
   Plot grey;
   MakePlot(grey, 1, -1);
   std::vector<std::uint16_t> frame(static_cast<std::size_t>(W) * H, 9999);
-  grey.bmp.Draw(0, frame.data(), W, H, 12);
+  grey.bmp.Draw(0, PackedView(reinterpret_cast<std::uint8_t*>(frame.data()), W, H, 12));
   auto greyOf = [](std::uint32_t c) {
     const std::uint32_t r = (c & 255) << 4, g = ((c >> 8) & 255) << 4, b = ((c >> 16) & 255) << 4;
     return static_cast<std::uint16_t>((11 * r + 18 * g + 3 * b) >> 5);
@@ -627,7 +627,7 @@ TEST(DataPlot, AutoRangeWidensAConstantChannel) {
   constant.bmp.ResetView();
   constant.bmp.SetValueRange(0);
   // A constant channel widens by 2 mV on each side; the curve lies in the middle.
-  constant.bmp.Draw(5, constant.frame.data(), W, H, 24);
+  constant.bmp.Draw(5, PackedView(constant.frame.data(), W, H, 24));
   const Rect g = constant.bmp.GraphRect();
   int curveRow = -1;
   for (int y = g.top; y <= g.bottom; ++y)
@@ -639,7 +639,7 @@ TEST(DataPlot, PlotsLargerThanTheFrameAreCut) {
   Plot p;
   MakePlot(p, 1, -1);
   std::vector<std::uint8_t> small(static_cast<std::size_t>(100) * 50 + 64, 0x5A);
-  p.bmp.Draw(10, small.data() + 32, 100, 50, 8);  // a 640 x 256 plot into a 100 x 50 frame
+  p.bmp.Draw(10, PackedView(small.data() + 32, 100, 50, 8));  // a 640 x 256 plot into a 100 x 50 frame
   for (int i = 0; i < 32; ++i) ASSERT_TRUE(small[i] == 0x5A && small[32 + 5000 + i] == 0x5A) << i;
 }
 

@@ -74,7 +74,12 @@ TEST(DepthConversion, RowsTheReferenceLeavesOpenAndTheBuffersUsed) {
       // Colour to grey of 9 to 16 bits: the weighted grey at the channel depth, then shifted.
       {24, 12, {10, 20, 30}, {static_cast<std::uint32_t>(0.299 * 30 + 0.587 * 20 + 0.114 * 10) << 4}},
       {36, 8, {4095, 0, 0}, {29}},        // each channel narrowed to 8 bits, then weighted
-      {10, 20, {1023}, {255, 255, 255}},  // 17 to 23 bits are stored as 8-bit colour
+      // 17 to 23 bits are 8-bit colour of depth / 3 bits a channel.
+      {10, 21, {1023}, {127, 127, 127}},
+      {21, 36, {127, 1, 64}, {127 << 5, 1 << 5, 64 << 5}},
+      {21, 8, {127, 127, 0}, {static_cast<std::uint32_t>(0.299 * 0 + 0.587 * 254 + 0.114 * 254)}},
+      {36, 21, {4095, 2048, 31}, {127, 64, 0}},
+      {8, 18, {255}, {63, 63, 63}},
   };
   for (const Case& c : cases) {
     TestFrame src(1, 1, c.s), dst(1, 1, c.t);

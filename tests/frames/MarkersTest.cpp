@@ -40,6 +40,7 @@ TEST(Markers, ColourRuleForEveryLayout) {
       {0xFFFFFF, 10, {1023}}, {0x010101, 10, {4}},
       {0x0000FF, 8, {25}}, {0x00FF00, 8, {153}}, {0xFF0000, 8, {76}},  // red, green, blue weighted 1, 6, 3 tenths
       {0x102030, 24, {0x10, 0x20, 0x30}}, {0xFF8000, 36, {4095, 0x80 * 4095 / 255, 0}},
+      {0xFF8000, 21, {127, 0x80 * 127 / 255, 0}},  // 8-bit colour of 7 bits a channel: white is 127
   };
   for (const Case& c : cases)
     for (int k = 0; k < test::Channels(c.depth); ++k) EXPECT_EQ(MarkerColorFor(c.rgb, c.depth).value[k], c.want[k]) << std::hex << c.rgb;
