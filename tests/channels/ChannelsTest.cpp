@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "frames/overlay/Blend.h"
+#include "frames/overlay/OverlayItems.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel {
@@ -97,9 +98,14 @@ TEST(ChannelCodes, AgreeWithThePlainScaleAndNeverWrap) {
   }
   for (int c = 0; c <= 65535; ++c) {
     const float v = VoltsFromCode(static_cast<std::uint16_t>(c));
-    ASSERT_NEAR(IdealCode(v), c, 0.01) << c;
+    if (c != 32767) {  // 32767 is 0 V, half a step below its place on the scale
+      ASSERT_NEAR(IdealCode(v), c, 0.01) << c;
+    }
     ASSERT_LE(std::abs(CodeFromVolts(v) - c), 1) << c;
   }
+  // The code of 0 V converts back to exactly 0.0, not to -0.000152.
+  EXPECT_EQ(VoltsFromCode(32767), 0.0f);
+  EXPECT_FALSE(std::signbit(VoltsFromCode(32767)));
 }
 
 TEST(ChannelTypes, TypeByPath) {
@@ -509,6 +515,26 @@ TEST(ChannelData, ValueForTheOverlayAndTheJobsCopy) {
   EXPECT_EQ(data.EnabledMask(), 0b11u);
   EXPECT_NEAR(ChannelValueAt(data, 1), 2.0f, 0.001f);  // a factor of 0 leaves volts
   EXPECT_DOUBLE_EQ(data.DurationSeconds(), 8.0 / 4000.0);
+  // A sample of 0 V is 0.0 at any scale, and the overlay's channel value shows 0.000 (not -0.000).
+  for (const float scale : {0.0f, 1.0f, -2.5f}) {
+    ChannelData zero;
+    zero.header.SamplesPerFrame = 1;
+    zero.header.Channels[0].ScaleFactor = scale;
+    zero.codes = {32767};
+    const float value = ChannelValueAt(zero, 0);
+    EXPECT_EQ(value, 0.0f) << scale;
+    EXPECT_FALSE(std::signbit(value)) << scale;
+    auto recording = std::make_unique<RecordingInfo>();
+    OverlayConfig config{};
+    config.flags = kOverlayItemMask[kChannelValueItem];
+    config.items[kChannelValueItem].mask = kOverlayItemMask[kChannelValueItem];
+    config.items[kChannelValueItem].format = 3;
+    OverlayFrameValues values;
+    values.channelValue = value;
+    OverlayRenderer renderer{LocaleFormat('/', ':', false, true, 2)};
+    renderer.UpdateItems(config, *recording, values);
+    EXPECT_STREQ(config.items[kChannelValueItem].text, "0.000") << scale;
+  }
   EXPECT_EQ(LoadChannelData(dir.File("none.dat").c_str(), &data), 0);
   EXPECT_TRUE(data.codes.empty());
 }
