@@ -604,7 +604,7 @@ TEST_F(ConvertJob, CompanionMovieBesideTheMainOutput) {
     changed += std::abs(first - second) > 64;
   }
   EXPECT_GT(brightInBar, 20) << "white text in the movie's bar";
-  EXPECT_GT(changed, 20) << "another value on the second frame";
+  EXPECT_GT(changed, 5) << "another value on the second frame (0.000, then the peak: a digit or more differs)";
 
   auto same = Options("same", 4);
   same.companionMovie = 3;
