@@ -1,39 +1,26 @@
-// The engine's side of the image library: codec settings handed over per
-// file type.
+// The engine's side of the image library: the codec settings a file type
+// takes, as the options its outputs open with.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "engine/JobOverrides.h"
+#include "platform/framekit/FileTypes.h"
 
 namespace tarnvel {
 
-// File types the engine treats apart.
-constexpr std::int32_t kTypeTiff = 1;
-constexpr std::int32_t kTypeJpeg = 3;
-constexpr std::int32_t kTypeTp2 = 5;
-constexpr std::int32_t kTypeFba = 6;
-constexpr std::int32_t kTypeMultipageTiff = 11;
-constexpr std::int32_t kTypeMrf = 12;
-constexpr std::int32_t kTypeAvi = 13;
-constexpr std::int32_t kTypeMcf = 14;
-constexpr std::int32_t kTypeMpeg = 16;
-constexpr std::int32_t kTypeMp4 = 18;
-constexpr std::int32_t kTypeQuickTime = 20;
-constexpr std::int32_t kTypeT2c = 21;
-constexpr std::int32_t kTypeChapter10 = 34;
+// The options that the codec settings give a type, by the setting its
+// descriptor names: the companion movie's type takes handler, quality and
+// name; JPEG its quality; QuickTime, MPEG (MP4 with it) and multipage TIFF
+// their compressors. None for other types.
+std::optional<FrameOptions> OptionsFromCodec(const framekit::FileTypeDescriptor& type, const CodecSettings& codec);
 
-// Raw frame files: read as a mosaic, the block joined to the pixels.
-inline bool RawFrameType(std::int32_t type) { return type == kTypeTp2 || type == kTypeT2c; }
-// Types whose frames from a colour source pass unprocessed.
-inline bool PlainMosaicType(std::int32_t type) {
-  return type == kTypeFba || type == kTypeMrf || type == kTypeMcf || type == kTypeChapter10;
-}
-
-// Hands the part of `codec` that a type uses to the library: type 13 its
-// handler, quality and name; 3 the JPEG quality; 20 the QuickTime codec; 16
-// and 18 the MPEG codec (both as 16); 11 the multipage TIFF compression.
-// Other types take nothing.
-void ApplyCodec(std::int32_t type, const CodecSettings& codec);
+// Hands the options of `codec` for type `fileType` to the library as the
+// options in force for the type whose options choose for it, and returns
+// them (the type's default when the library refuses them), for the job to
+// open its outputs with. A type without codec settings (or one the library
+// does not know) takes nothing: no call, no options.
+std::optional<FrameOptions> ApplyCodec(std::int32_t fileType, const CodecSettings& codec);
 
 }  // namespace tarnvel
