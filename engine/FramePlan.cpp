@@ -19,7 +19,7 @@ constexpr std::int32_t kMaxPlotSide = 16384;
 std::uint32_t TypeDepth(std::uint32_t depth, bool deep) {
   if (deep) return depth;
   if (depth > 24) return 24;
-  return depth >= 9 ? 8 : depth;
+  return depth >= 9 && depth <= 23 ? 8 : depth;
 }
 
 void PlanRows(const JobArgs& args, const PlanInputs& in, FramePlan& plan) {
