@@ -81,73 +81,85 @@ std::uint32_t Normalised(std::uint32_t depth) {
   return std::min<std::uint32_t>(depth, 48);
 }
 
-void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const std::uint8_t* src, std::uint8_t* dst) {
-  using u8 = std::uint8_t;
-  using u16 = std::uint16_t;
-  s = Normalised(s);
-  t = Normalised(t);
-  const PixelLayout from = LayoutOfDepth(s), to = LayoutOfDepth(t);
-  const int si = static_cast<int>(s), ti = static_cast<int>(t);
-  const auto identity = [](std::uint32_t v) { return v; };
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+constexpr auto kIdentity = [](std::uint32_t v) { return v; };
 
-  if (to == PixelLayout::Grey8) {
-    switch (from) {
-      case PixelLayout::Grey8: MapValues<u8, u8, 1, 1>(src, dst, pixels, identity); return;
-      case PixelLayout::Grey16:
-        WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 1>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color8:  // channels of fewer than 8 bits widened to 8 first
-        if (si == 24) WeightedGrey<u8, u8>(src, dst, pixels, identity, 255, identity);
-        else WithShift(si / 3 - 8, 255, [&](auto op) { WeightedGrey<u8, u8>(src, dst, pixels, op, 255, identity); });
-        return;
-      case PixelLayout::Color16:  // each channel narrowed to 8 bits first
-        WithShift(si / 3 - 8 - r, 255,
-                  [&](auto op) { WeightedGrey<u16, u8>(src, dst, pixels, op, 255, identity); });
-        return;
-    }
+// One conversion: source depth `si` in layout `from` to target depth `ti`,
+// bit range `r`, over `pixels` pixels.
+struct Conversion {
+  PixelLayout from;
+  int si, ti, r;
+  std::size_t pixels;
+  const std::uint8_t* src;
+  std::uint8_t* dst;
+};
+
+void ToGrey8(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
+  switch (from) {
+    case PixelLayout::Grey8: MapValues<u8, u8, 1, 1>(src, dst, pixels, kIdentity); return;
+    case PixelLayout::Grey16:
+      WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 1>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:  // channels of fewer than 8 bits widened to 8 first
+      if (si == 24) WeightedGrey<u8, u8>(src, dst, pixels, kIdentity, 255, kIdentity);
+      else WithShift(si / 3 - 8, 255, [&](auto op) { WeightedGrey<u8, u8>(src, dst, pixels, op, 255, kIdentity); });
+      return;
+    case PixelLayout::Color16:  // each channel narrowed to 8 bits first
+      WithShift(si / 3 - 8 - r, 255, [&](auto op) { WeightedGrey<u16, u8>(src, dst, pixels, op, 255, kIdentity); });
+      return;
   }
-  if (to == PixelLayout::Color8) {
-    const int tc = ti / 3;  // 8 at depth 24, fewer below
-    switch (from) {
-      case PixelLayout::Grey8:
-        if (tc == 8) MapValues<u8, u8, 1, 3>(src, dst, pixels, identity);
-        else WithShift(8 - tc, Mask(tc), [&](auto op) { MapValues<u8, u8, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Grey16:
-        WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color8:
-        WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color16:
-        WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
-        return;
-    }
+}
+
+void ToColour8(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const int tc = ti / 3;  // 8 at depth 24, fewer below
+  switch (from) {
+    case PixelLayout::Grey8:
+      if (tc == 8) MapValues<u8, u8, 1, 3>(src, dst, pixels, kIdentity);
+      else WithShift(8 - tc, Mask(tc), [&](auto op) { MapValues<u8, u8, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Grey16:
+      WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:
+      WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color16:
+      WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
+      return;
   }
-  if (to == PixelLayout::Color16) {
-    const int tc = std::min(ti / 3, 16);
-    switch (from) {
-      case PixelLayout::Grey8:
-        WithLeftShift(tc - 8, [&](auto op) { MapValues<u8, u16, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color8:
-        WithLeftShift(tc - si / 3, [&](auto op) { MapValues<u8, u16, 3, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Grey16:
-        if (tc >= si) WithLeftShift(tc - si, [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
-        else WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color16:
-        if (si >= ti)
-          WithShift((si - ti) / 3 - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
-        else WithLeftShift((ti - si) / 3, [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
-        return;
-    }
+}
+
+void ToColour16(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const int tc = std::min(ti / 3, 16);
+  switch (from) {
+    case PixelLayout::Grey8:
+      WithLeftShift(tc - 8, [&](auto op) { MapValues<u8, u16, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:
+      WithLeftShift(tc - si / 3, [&](auto op) { MapValues<u8, u16, 3, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Grey16:
+      if (tc >= si) WithLeftShift(tc - si, [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
+      else WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color16:
+      if (si >= ti)
+        WithShift((si - ti) / 3 - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
+      else WithLeftShift((ti - si) / 3, [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
+      return;
   }
-  // Grey of 9 to 16 bits. A colour source becomes grey at its own channel
-  // depth first and then follows the grey rows.
+}
+
+// Grey of 9 to 16 bits. A colour source becomes grey at its own channel
+// depth first and then follows the grey rows.
+void ToGrey16(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
   auto greyRows = [&](int sourceBits, auto&& run) {
-    if (sourceBits >= ti) WithShift(sourceBits - ti - r, Mask(t), run);
+    if (sourceBits >= ti) WithShift(sourceBits - ti - r, Mask(static_cast<std::uint32_t>(ti)), run);
     else WithLeftShift(ti - sourceBits, run);
   };
   switch (from) {
@@ -157,16 +169,26 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
     case PixelLayout::Grey16:
       greyRows(si, [&](auto op) { MapValues<u16, u16, 1, 1>(src, dst, pixels, op); });
       return;
-    case PixelLayout::Color8: {
-      const int sc = si / 3;
-      greyRows(sc, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, identity, Mask(sc), op); });
+    case PixelLayout::Color8:
+      greyRows(si / 3, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, kIdentity, Mask(si / 3), op); });
       return;
-    }
     case PixelLayout::Color16: {
       const int sc = std::min(si / 3, 16);
-      greyRows(sc, [&](auto op) { WeightedGrey<u16, u16>(src, dst, pixels, identity, Mask(sc), op); });
+      greyRows(sc, [&](auto op) { WeightedGrey<u16, u16>(src, dst, pixels, kIdentity, Mask(sc), op); });
       return;
     }
+  }
+}
+
+void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const std::uint8_t* src, std::uint8_t* dst) {
+  s = Normalised(s);
+  t = Normalised(t);
+  const Conversion c{LayoutOfDepth(s), static_cast<int>(s), static_cast<int>(t), r, pixels, src, dst};
+  switch (LayoutOfDepth(t)) {
+    case PixelLayout::Grey8: return ToGrey8(c);
+    case PixelLayout::Color8: return ToColour8(c);
+    case PixelLayout::Color16: return ToColour16(c);
+    case PixelLayout::Grey16: return ToGrey16(c);
   }
 }
 
