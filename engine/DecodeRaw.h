@@ -84,6 +84,8 @@ class CDecodeRaw final : public ConversionJob {
   std::uint32_t FrameExposure(const JobRun& run) const;
   void BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frameNumber, std::int32_t frameIndex,
                   std::int32_t frameTotal);
+  void DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
+                         std::int32_t sequenceIndex) const;
   int WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
                      std::int32_t movieTotal);
   // Works out this run's plan and what the source tells once per run, and

@@ -7,11 +7,13 @@
 #include <bit>
 #include <cstring>
 
+#include "engine/CaptureInfo.h"
 #include "engine/DecodeRaw.h"
 #include "engine/FrameMetadata.h"
 #include "engine/JobRun.h"
 #include "frames/overlay/Blend.h"
 #include "frames/overlay/OverlayText.h"
+#include "recording/ModelTable.h"
 
 namespace tarnvel {
 
@@ -126,6 +128,7 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
   if (!plan.sensorPlane) frame = BurnIn(run, frame, frameNumber, sequenceIndex, outputPath, frameIndex, frameTotal);
   alignas(8) std::uint8_t block[kMetadataBlockSize] = {};
   BuildBlock(run, block, frameNumber, frameIndex, frameTotal);
+  DescribeCaptureOf(run, out, frameNumber, sequenceIndex);
   const int result = WriteMainFrame(plan, out, static_cast<std::uint32_t>(frameIndex),
                                     static_cast<std::uint32_t>(frameTotal), block, frame);
   if (result != 0 || !run.movieHandle || movieIndex < 0) return result;
@@ -233,6 +236,15 @@ void CDecodeRaw::BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frame
     BuildFrameMetadata(source, *reinterpret_cast<FrameMetadataBlock*>(block), frameNumber, *run.recording,
                        run.temperature, FrameExposure(run), run.plan.header.mosaicOrder);
   }
+}
+
+void CDecodeRaw::DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
+                                   std::int32_t sequenceIndex) const {
+  // What the recording tells about the frame, for the formats that record it.
+  const CaptureInfo capture = DescribeCapture(*run.recording, rawFrame_.time, frameNumber, sequenceIndex,
+                                              FrameExposure(run), run.modelText,
+                                              FormatSerial(run.metadata.modelNumber, run.metadata.serial));
+  SetCaptureInfo(out, &capture);
 }
 
 int CDecodeRaw::WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
