@@ -41,10 +41,8 @@ void SetBytes(benchmark::State& state, std::size_t bytes) {
 }
 
 void Memcpy(benchmark::State& state, std::uint32_t depth) {
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  const auto src = RandomFrame(depth, p.FrameSize());
-  std::vector<std::uint8_t> dst(p.FrameSize());
+  const auto src = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
+  std::vector<std::uint8_t> dst(src.size());
   for (auto _ : state) {
     std::memcpy(dst.data(), src.data(), src.size());
     benchmark::DoNotOptimize(dst.data());
@@ -56,8 +54,7 @@ void Memcpy(benchmark::State& state, std::uint32_t depth) {
 void Operation(benchmark::State& state, std::uint32_t depth, std::int32_t code, std::int32_t value1,
                std::int32_t value2) {
   ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  const auto original = RandomFrame(depth, p.FrameSize());
+  const auto original = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
   auto frame = original;
   const ImageOpItem item{{}, code, nullptr, value1, value2, 0};
   // Every pass starts from the random frame: repeated passes would drift
@@ -66,19 +63,18 @@ void Operation(benchmark::State& state, std::uint32_t depth, std::int32_t code, 
     state.PauseTiming();
     std::memcpy(frame.data(), original.data(), frame.size());
     state.ResumeTiming();
-    p.Apply(item, frame.data());
+    p.Apply(item, tarnvel::PackedView(frame.data(), kWidth, kHeight, depth));
     benchmark::ClobberMemory();
   }
   SetBytes(state, frame.size());
 }
 
 void Convert(benchmark::State& state, std::uint32_t from, std::uint32_t to) {
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, from);
-  const auto frame = RandomFrame(from, p.FrameSize());
-  std::vector<std::uint8_t> out(static_cast<std::size_t>(kWidth) * kHeight * tarnvel::BytesPerPixel(to));
+  const auto frame = RandomFrame(from, tarnvel::PackedBytes(kWidth, kHeight, from));
+  std::vector<std::uint8_t> out(tarnvel::PackedBytes(kWidth, kHeight, to));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(p.ConvertDepth(from, to, 0, kWidth, kHeight, frame.data(), out.data()));
+    benchmark::DoNotOptimize(tarnvel::ConvertDepth(tarnvel::PackedView(frame.data(), kWidth, kHeight, from),
+                                                   tarnvel::PackedView(out.data(), kWidth, kHeight, to), 0));
     benchmark::ClobberMemory();
   }
   SetBytes(state, frame.size());
@@ -89,7 +85,8 @@ void ScaleLogo(benchmark::State& state) {
   std::vector<std::uint8_t> out(300 * 300 * 3);
   for (auto _ : state) {
     tarnvel::ImageScaler perLogo;  // made per logo, as the overlay does
-    benchmark::DoNotOptimize(perLogo.Scale(tarnvel::ScaleLanczos, logo.data(), 200, 200, out.data(), 300, 300, 24));
+    benchmark::DoNotOptimize(perLogo.Scale(tarnvel::ScaleLanczos, tarnvel::PackedView(logo.data(), 200, 200, 24),
+                                           tarnvel::PackedView(out.data(), 300, 300, 24)));
   }
 }
 
@@ -101,9 +98,7 @@ int CvType(std::uint32_t depth) {
 template <class Body>
 void OpenCv(benchmark::State& state, std::uint32_t depth, Body body) {
   cv::setNumThreads(1);
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  auto bytes = RandomFrame(depth, p.FrameSize());
+  auto bytes = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
   cv::Mat in(kHeight, kWidth, CvType(depth), bytes.data()), out;
   for (auto _ : state) {
     body(in, out);

@@ -123,7 +123,6 @@ TEST(ImageChain, RunsItemsInOrderAndSkipsDisabledAndUnknownCodes) {
   std::mt19937 rng(37);
   const TestFrame in = test::RandomFrame(12, 8, 12, rng);
   ImageProcessor p;
-  p.SetGeometry(in.width, in.height, in.depth);
   // Codes that do nothing and a disabled item among them; negative then row
   // offset differs from the reverse, so the chain must keep list order.
   CImageOpList chain;
@@ -131,7 +130,7 @@ TEST(ImageChain, RunsItemsInOrderAndSkipsDisabledAndUnknownCodes) {
   for (std::int32_t code : codes)
     chain.AddTail(std::make_unique<ImageOpItem>(ImageOpItem{{}, code, nullptr, code == ImgOpRowOffset ? 0 : 3, 0, 0}));
   TestFrame byChain = in;
-  ApplyImageChain(p, chain, byChain.data());
+  ApplyImageChain(p, chain, byChain.View());
   EXPECT_EQ(byChain.bytes, Applied(ImgOpRowOffset, Applied(ImgOpNegative, in)).bytes);
 }
 
