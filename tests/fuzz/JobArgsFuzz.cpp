@@ -52,6 +52,10 @@ const fs::path& Fixture() {
     o.deviceName = "cam";
     const bool written = tarnvel::recgen::WriteRecording(o).empty();
     if (written) tarnvel::DriverInit(0);
+    std::atexit([] {
+      std::error_code ec;
+      fs::remove_all(root, ec);  // the fixture goes with the process
+    });
     return written;
   }();
   if (!made) std::abort();
