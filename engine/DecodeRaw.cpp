@@ -45,12 +45,6 @@ std::string ExtensionOf(std::int32_t type) {
   return text;
 }
 
-// The index of frame i in the companion movie, -1 when it is not in it.
-std::int32_t MovieIndexOf(const JobRun& run, std::int32_t i) {
-  const RecordingInfo& rec = *run.recording;
-  return run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
-}
-
 }  // namespace
 
 CDecodeRaw::CDecodeRaw(std::string_view argsPath, std::uint32_t rowIndex, std::uint32_t sentBySuite)
@@ -302,10 +296,16 @@ std::string CDecodeRaw::OutputNameProblem(JobRun& run) {
   const RecordingInfo& rec = *run.recording;
   const std::string baseName(FieldText(args_->baseName));
   const std::string tooLong = " is no plain file name, or the path it makes is too long";
-  if (HasCapability(rec.FileType, kCapMultiFrameFile)) {
+  OutputPlan& plan = run.outputPlan;
+  plan.oneFile = HasCapability(rec.FileType, kCapMultiFrameFile);
+  plan.folder = run.outputFolder;
+  plan.baseName = baseName;
+  plan.extension = run.extension;
+  plan.total = args_->frameCount;
+  if (plan.oneFile) {
     const auto path = MultiFrameOutputPath(run.outputFolder, baseName, run.extension);
     if (!path) return "the base name Arg02 \"" + baseName + "\"" + tooLong;
-    run.mainPath = *path;
+    plan.mainPath = *path;
   } else if (args_->frameCount > 0) {
     for (const std::int32_t i : {0, args_->frameCount - 1})
       if (!FrameOutputPath(run.outputFolder, baseName, OutputFrameNumber(rec, i), run.extension))
@@ -342,7 +342,7 @@ void CDecodeRaw::PrepareBuffersAndChannels(JobRun& run) {
 void CDecodeRaw::OpenCompanions(JobRun& run) {
   const RecordingInfo& rec = *run.recording;
   if (args_->companionMovie != 0) {
-    run.movieFrames = rec.StopAvi - rec.StartAvi + 1;
+    run.outputPlan.movieFrames = rec.StopAvi - rec.StartAvi + 1;
     EnsurePath(run.moviePath);
     if (OpenOutput(run.moviePath.c_str(), 1, &run.movieHandle, run.movieOptions ? &*run.movieOptions : nullptr) == 0)
       run.outputs.Created(run.moviePath);
@@ -359,11 +359,9 @@ void CDecodeRaw::OpenCompanions(JobRun& run) {
   run.shownName = ShownName(FieldText(args_->baseName), run.extension);
 }
 
-int CDecodeRaw::ConvertFrameSafely(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                                   std::int32_t movieIndex, std::int32_t movieTotal) {
+int CDecodeRaw::ConvertFrameSafely(JobRun& run, FrameHandle out, const FrameTask& task) {
   try {
-    return ConvertFrame(run, out, frameNumber, sequenceIndex, outputPath, frameIndex, frameTotal, movieIndex, movieTotal);
+    return ConvertFrame(run, out, task);
   } catch (const std::bad_alloc&) {
     return kFkOutOfMemory;
   }
@@ -420,79 +418,56 @@ void CDecodeRaw::DescribeSource(JobRun& run) {
   source.modelText = run.modelText;
 }
 
-int CDecodeRaw::RunFrames(JobRun& run) {
-  if (HasCapability(run.recording->FileType, kCapMultiFrameFile))
-    RunMultiFrameFile(run);
-  else
-    RunFrameFiles(run);
-  return 0;
-}
-
-void CDecodeRaw::RunMultiFrameFile(JobRun& run) {
-  RecordingInfo& rec = *run.recording;
-  const std::int32_t total = args_->frameCount;
-  if (OpenOutput(run.mainPath.c_str(), 1, &run.outHandle, run.outputOptions ? &*run.outputOptions : nullptr) == 0)
-    run.outputs.Created(run.mainPath);
-  else
-    run.outputs.Failed(run.mainPath);
+void CDecodeRaw::RunFrames(JobRun& run) {
+  const OutputPlan& outputs = run.outputPlan;
+  if (outputs.oneFile) {
+    const FrameOptions* options = run.outputOptions ? &*run.outputOptions : nullptr;
+    if (OpenOutput(outputs.mainPath.c_str(), 1, &run.outHandle, options) == 0)
+      run.outputs.Created(outputs.mainPath);
+    else
+      run.outputs.Failed(outputs.mainPath);
+  }
   Report(run, run.shownName, run.rowState, 1);
   run.reported = true;
-  for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) break;
-    const std::int32_t frameNumber = OutputFrameNumber(rec, i);
-    std::int32_t movieIndex = MovieIndexOf(run, i);
-    const int result = ConvertFrameSafely(run, run.outHandle, frameNumber, SourceFramePosition(rec, i), run.mainPath, i,
-                                          total, movieIndex, run.movieFrames);
-    WriteSidecarFrame(run, frameNumber);
-    if (result != 0) {
-      // Close the file in good order: this frame once more, as the last of i + 1.
-      if (i < total - 1) ++i;
-      if (movieIndex != -1) run.movieFrames = ++movieIndex + 1;
-      ConvertFrameSafely(run, run.outHandle, frameNumber, i, run.mainPath, i, i + 1, movieIndex, run.movieFrames);
-      WriteSidecarFrame(run, frameNumber);
-      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, run.mainPath);
-      break;
-    }
-    ++run.facts.framesWritten;
-    Report(run, run.shownName, kProgressOnly, i + 1);
-  }
-  if (run.outHandle && CloseOutput(run.outHandle) != 0) run.outputs.Failed(run.mainPath);
+  for (std::int32_t i = 0; i < outputs.total; ++i)
+    if (!WaitAtGate() || !RunFrame(run, outputs.TaskFor(*run.recording, i))) break;
+  if (!outputs.oneFile) return;
+  if (run.outHandle && CloseOutput(run.outHandle) != 0) run.outputs.Failed(outputs.mainPath);
   run.outHandle = nullptr;
-  if (args_->channelsOn && FinishFile(run.mainPath.c_str(), 2, 1) != 0) run.outputs.Failed(run.mainPath);
+  if (args_->channelsOn && FinishFile(outputs.mainPath.c_str(), 2, 1) != 0) run.outputs.Failed(outputs.mainPath);
 }
 
-void CDecodeRaw::RunFrameFiles(JobRun& run) {
-  RecordingInfo& rec = *run.recording;
-  const std::int32_t total = args_->frameCount;
-  const std::string baseName(FieldText(args_->baseName));
-  Report(run, run.shownName, run.rowState, 1);
-  run.reported = true;
-  for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) break;
-    const std::int32_t frameNumber = OutputFrameNumber(rec, i);
-    // Both ends of the range were checked before the run: every number between fits.
-    const std::string framePath = FrameOutputPath(run.outputFolder, baseName, frameNumber, run.extension).value_or("");
-    FrameHandle handle = nullptr;
-    if (OpenOutput(framePath.c_str(), 1, &handle, run.outputOptions ? &*run.outputOptions : nullptr) == 0)
-      run.outputs.Created(framePath);
-    const std::int32_t movieIndex = MovieIndexOf(run, i);
-    int result = ConvertFrameSafely(run, handle, frameNumber, SourceFramePosition(rec, i), framePath, i, total,
-                                    movieIndex, run.movieFrames);
-    WriteSidecarFrame(run, frameNumber);
-    if (handle && CloseOutput(handle) != 0 && result == 0) result = kFkWriteFailed;
-    if (result == 0 && args_->channelsOn && FinishFile(framePath.c_str(), 2, 1) != 0) result = kFkWriteFailed;
-    if (result != 0) {
-      // The frame's file holds no whole frame: it goes, and the run stops.
-      if (handle) {
-        std::remove(framePath.c_str());
-        run.outputs.Removed(framePath);
-      }
-      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, framePath);
-      break;
-    }
-    ++run.facts.framesWritten;
-    Report(run, std::string(LastComponent(framePath)), kProgressOnly, i + 1);
+bool CDecodeRaw::RunFrame(JobRun& run, const FrameTask& task) {
+  const bool ownFile = !run.outputPlan.oneFile;
+  FrameHandle handle = run.outHandle;
+  if (ownFile) {
+    handle = nullptr;
+    const FrameOptions* options = run.outputOptions ? &*run.outputOptions : nullptr;
+    if (OpenOutput(task.path.c_str(), 1, &handle, options) == 0) run.outputs.Created(task.path);
   }
+  int result = ConvertFrameSafely(run, handle, task);
+  WriteSidecarFrame(run, task.number);
+  if (ownFile) {
+    if (handle && CloseOutput(handle) != 0 && result == 0) result = kFkWriteFailed;
+    if (result == 0 && args_->channelsOn && FinishFile(task.path.c_str(), 2, 1) != 0) result = kFkWriteFailed;
+  }
+  if (result != 0) {
+    if (ownFile && handle) {
+      // The frame's file holds no whole frame: it goes.
+      std::remove(task.path.c_str());
+      run.outputs.Removed(task.path);
+    } else if (!ownFile) {
+      // Close the file in good order: a frame once more, as the file's last.
+      const FrameTask closing = ClosingTask(task);
+      ConvertFrameSafely(run, run.outHandle, closing);
+      WriteSidecarFrame(run, closing.number);
+    }
+    Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, task.path);
+    return false;
+  }
+  ++run.facts.framesWritten;
+  Report(run, ownFile ? std::string(LastComponent(task.path)) : run.shownName, kProgressOnly, task.index + 1);
+  return true;
 }
 
 void CDecodeRaw::CloseCompanions(JobRun& run) {

@@ -19,6 +19,7 @@
 #include "engine/FrameReadAhead.h"
 #include "engine/JobArgs.h"
 #include "engine/JobOverrides.h"
+#include "engine/OutputPlan.h"
 #include "engine/RawSource.h"
 #include "engine/XmlFileWriter.h"
 #include "frames/ImageOps.h"
@@ -69,27 +70,20 @@ class CDecodeRaw final : public ConversionJob {
   int Fail(std::int32_t code, std::string_view text);
   // One frame from source to sink, and to the companion movie: the stages of
   // the frame step (FrameStep.h) with this run's plan.
-  int ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                   std::int32_t movieIndex, std::int32_t movieTotal);
+  int ConvertFrame(JobRun& run, FrameHandle out, const FrameTask& task);
   // Placing, chain and depth: the delivered frame into `work`, converted into
   // `output` when due. An empty view when the delivery is short.
   ImageView ProcessFrame(const FramePlan& plan, const RawFrame& raw, ImageView work, ImageView output);
   // The background image for a picture of that size and depth, or none.
   ConstImageView Background(const ConstImageView& picture) const;
   // Markers, logos and text, plot: returns the frame to write.
-  ImageView BurnIn(JobRun& run, ImageView frame, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal);
-  void PlaceOverlayTexts(JobRun& run, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                         const std::string& outputPath, std::int32_t frameIndex, std::int32_t showState);
+  ImageView BurnIn(JobRun& run, ImageView frame, const FrameTask& task);
+  void PlaceOverlayTexts(JobRun& run, const FrameTask& task, std::int32_t showState);
   void SetUpPlot(const JobRun& run, CDataBmp& plot) const;
   std::uint32_t FrameExposure(const JobRun& run) const;
-  void BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frameNumber, std::int32_t frameIndex,
-                  std::int32_t frameTotal);
-  void DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
-                         std::int32_t sequenceIndex) const;
-  int WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
-                     std::int32_t movieTotal);
+  void BuildBlock(JobRun& run, std::uint8_t* block, const FrameTask& task);
+  void DescribeCaptureOf(const JobRun& run, FrameHandle out, const FrameTask& task) const;
+  int WriteCompanion(JobRun& run, ImageView shown, const FrameTask& task);
   // Works out this run's plan and what the source tells once per run, and
   // sizes the frame buffers.
   void PlanFrames(JobRun& run);
@@ -104,14 +98,14 @@ class CDecodeRaw final : public ConversionJob {
   // The companion movie, logos and time sidecar; a movie or sidecar that
   // cannot be made is an output failure, and the job goes on without it.
   void OpenCompanions(JobRun& run);
-  int RunFrames(JobRun& run);
-  void RunMultiFrameFile(JobRun& run);
-  void RunFrameFiles(JobRun& run);
-  // One frame through ConvertFrame; a frame that needs more memory than the
-  // machine gives fails like a refused frame instead of ending the process.
-  int ConvertFrameSafely(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                         const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                         std::int32_t movieIndex, std::int32_t movieTotal);
+  // The frames, one after another, into the outputs of the run's output plan.
+  void RunFrames(JobRun& run);
+  // One frame through ConvertFrame into its file, with its sidecar entry and
+  // report; false, with the status set, when the run stops at it.
+  bool RunFrame(JobRun& run, const FrameTask& task);
+  // ConvertFrame; a frame that needs more memory than the machine gives fails
+  // like a refused frame instead of ending the process.
+  int ConvertFrameSafely(JobRun& run, FrameHandle out, const FrameTask& task);
   void CommonEnd(JobRun& run);
   void CloseCompanions(JobRun& run);
   // The job's final status, decided once, with the deletion of the raw files.

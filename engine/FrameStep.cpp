@@ -116,23 +116,21 @@ std::int32_t ShowState(std::int32_t frameIndex, std::int32_t frameTotal, std::in
 
 // ------------------------------------------------------------------ the job's side
 
-int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                             const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                             std::int32_t movieIndex, std::int32_t movieTotal) {
+int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, const FrameTask& task) {
   const FramePlan& plan = run.plan;
   if (!run.buffersReady) return -1;  // the run's frame buffers could not be had
-  readAhead_.Take(frameIndex, frameIndex + 1 < frameTotal ? frameIndex + 1 : -1, rawFrame_);
+  readAhead_.Take(task.index, task.index + 1 < task.total ? task.index + 1 : -1, rawFrame_);
   if (rawFrame_.result != 0) return rawFrame_.result;
   ImageView frame = ProcessFrame(plan, rawFrame_, buffers_.Work(), buffers_.Output());
   if (frame.Empty()) return -1;  // the delivery does not hold the picture the geometry promises
-  if (!plan.sensorPlane) frame = BurnIn(run, frame, frameNumber, sequenceIndex, outputPath, frameIndex, frameTotal);
+  if (!plan.sensorPlane) frame = BurnIn(run, frame, task);
   alignas(8) std::uint8_t block[kMetadataBlockSize] = {};
-  BuildBlock(run, block, frameNumber, frameIndex, frameTotal);
-  DescribeCaptureOf(run, out, frameNumber, sequenceIndex);
-  const int result = WriteMainFrame(plan, out, static_cast<std::uint32_t>(frameIndex),
-                                    static_cast<std::uint32_t>(frameTotal), block, frame);
-  if (result != 0 || !run.movieHandle || movieIndex < 0) return result;
-  return WriteCompanion(run, frame, frameIndex, movieIndex, movieTotal);
+  BuildBlock(run, block, task);
+  DescribeCaptureOf(run, out, task);
+  const int result = WriteMainFrame(plan, out, static_cast<std::uint32_t>(task.index),
+                                    static_cast<std::uint32_t>(task.total), block, frame);
+  if (result != 0 || !run.movieHandle || task.movieIndex < 0) return result;
+  return WriteCompanion(run, frame, task);
 }
 
 ImageView CDecodeRaw::ProcessFrame(const FramePlan& plan, const RawFrame& raw, ImageView work, ImageView output) {
@@ -149,13 +147,12 @@ ConstImageView CDecodeRaw::Background(const ConstImageView& picture) const {
   return PackedView(backgroundFrame_.data(), picture.width, picture.height, picture.depth);
 }
 
-ImageView CDecodeRaw::BurnIn(JobRun& run, ImageView frame, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                             const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal) {
+ImageView CDecodeRaw::BurnIn(JobRun& run, ImageView frame, const FrameTask& task) {
   const FramePlan& plan = run.plan;
   DrawMarker(plan, frame);
   if (plan.overlayOn) {
-    const std::int32_t showState = ShowState(frameIndex, frameTotal, frameNumber);
-    PlaceOverlayTexts(run, frameNumber, sequenceIndex, outputPath, frameIndex, showState);
+    const std::int32_t showState = ShowState(task.index, task.total, task.number);
+    PlaceOverlayTexts(run, task, showState);
     const OverlayStyle style{FieldText(args_->overlayFont), args_->overlayFontHeight, args_->overlayTextColor,
                              args_->overlayBackColor};
     BurnInOverlay(frame, *overlay_, *overlayRenderer_, logos_, showState, style);
@@ -163,22 +160,21 @@ ImageView CDecodeRaw::BurnIn(JobRun& run, ImageView frame, std::int32_t frameNum
   if (!plan.plotOn) return frame;
   CDataBmp plot;
   SetUpPlot(run, plot);
-  return DrawPlotRows(plan, plot, frameIndex, frame, buffers_.Wide());
+  return DrawPlotRows(plan, plot, task.index, frame, buffers_.Wide());
 }
 
-void CDecodeRaw::PlaceOverlayTexts(JobRun& run, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t showState) {
-  const std::string fileName = std::string(LastComponent(outputPath)).substr(0, 127);
+void CDecodeRaw::PlaceOverlayTexts(JobRun& run, const FrameTask& task, std::int32_t showState) {
+  const std::string fileName = std::string(LastComponent(task.path)).substr(0, 127);
   OverlayFrameValues values;
   values.cameraBlock = rawFrame_.hasCameraBlock ? rawFrame_.cameraBlock.data() : nullptr;
   TimeStampBlock timeBlock = rawFrame_.time;  // the overlay fills in a missing receiver's time
   values.timeBlock = &timeBlock;
-  values.frameNumber = frameNumber;
-  values.sequenceIndex = sequenceIndex;
+  values.frameNumber = task.number;
+  values.sequenceIndex = task.sequenceIndex;
   values.irigMode = args_->irigMode;
   values.flagged = rawFrame_.frameFlag != 0;
   if ((args_->overlayFlags & kOverlayItemMask[kChannelValueItem]) && run.channelDataLoaded)
-    values.channelValue = ChannelValueAt(run.channelData, frameIndex);
+    values.channelValue = ChannelValueAt(run.channelData, task.index);
   values.temperature = run.temperature;
   values.exposure = FrameExposure(run);
   values.serial = run.metadata.serial;
@@ -219,8 +215,7 @@ std::uint32_t CDecodeRaw::FrameExposure(const JobRun& run) const {
   return run.recording->AEEnable ? rawFrame_.autoExposureNs : run.sourceExposure;
 }
 
-void CDecodeRaw::BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frameNumber, std::int32_t frameIndex,
-                            std::int32_t frameTotal) {
+void CDecodeRaw::BuildBlock(JobRun& run, std::uint8_t* block, const FrameTask& task) {
   MetadataSource source = run.metadata;
   const TimeStampBlock& t = rawFrame_.time;
   source.timeStatus = t.status, source.timeYear = t.year, source.timeDayOfYear = t.dayOfYear;
@@ -230,29 +225,27 @@ void CDecodeRaw::BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frame
   if (run.plan.metadata == framekit::MetadataPlacement::kGevsBlock) {
     source.gevValues = rawFrame_.gevValues.data();
     source.gevTime = rawFrame_.gevTime.data();
-    BuildGevsBlock(source, *reinterpret_cast<GevsBlock*>(block), frameNumber, *run.recording, frameIndex == 0,
-                   static_cast<std::uint32_t>(frameTotal));
+    BuildGevsBlock(source, *reinterpret_cast<GevsBlock*>(block), task.number, *run.recording, task.index == 0,
+                   static_cast<std::uint32_t>(task.total));
   } else {
-    BuildFrameMetadata(source, *reinterpret_cast<FrameMetadataBlock*>(block), frameNumber, *run.recording,
+    BuildFrameMetadata(source, *reinterpret_cast<FrameMetadataBlock*>(block), task.number, *run.recording,
                        run.temperature, FrameExposure(run), run.plan.header.mosaicOrder);
   }
 }
 
-void CDecodeRaw::DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
-                                   std::int32_t sequenceIndex) const {
+void CDecodeRaw::DescribeCaptureOf(const JobRun& run, FrameHandle out, const FrameTask& task) const {
   // What the recording tells about the frame, for the formats that record it.
-  const CaptureInfo capture = DescribeCapture(*run.recording, rawFrame_.time, frameNumber, sequenceIndex,
+  const CaptureInfo capture = DescribeCapture(*run.recording, rawFrame_.time, task.number, task.sequenceIndex,
                                               FrameExposure(run), run.modelText,
                                               FormatSerial(run.metadata.modelNumber, run.metadata.serial));
   SetCaptureInfo(out, &capture);
 }
 
-int CDecodeRaw::WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
-                               std::int32_t movieTotal) {
+int CDecodeRaw::WriteCompanion(JobRun& run, ImageView shown, const FrameTask& task) {
   const FramePlan& plan = run.plan;
   if (plan.movieRefetch) {
     // The main output holds the sensor's plane: the movie reads the processed frame itself.
-    ReadRawFrame(rawSource_, frameIndex, hasCameraBlock_, movieFrame_);
+    ReadRawFrame(rawSource_, task.index, hasCameraBlock_, movieFrame_);
     if (movieFrame_.result != 0) return movieFrame_.result;
     const ImageView source = buffers_.MovieSource();
     const ConstImageView delivered = PackedView(movieFrame_.pixels.data(), source.width, source.height, source.depth);
@@ -263,8 +256,8 @@ int CDecodeRaw::WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameI
   }
   // A movie that fails to take a frame does not stop the main output; the job
   // ends with the movie's failure and keeps the raw files.
-  if (WriteMovieFrame(plan, run.movieHandle, static_cast<std::uint32_t>(movieIndex),
-                      static_cast<std::uint32_t>(movieTotal), shown, buffers_.Movie()) != 0)
+  if (WriteMovieFrame(plan, run.movieHandle, static_cast<std::uint32_t>(task.movieIndex),
+                      static_cast<std::uint32_t>(task.movieTotal), shown, buffers_.Movie()) != 0)
     run.outputs.Failed(run.moviePath);
   return 0;
 }
