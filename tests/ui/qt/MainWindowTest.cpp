@@ -1,7 +1,7 @@
 // The desktop window driven as a user would, off screen: texts, columns,
 // buttons through a pass, the abort question, the Options dialog, the row
-// menu, the tray and the close, the German catalogue, and row updates while
-// the window itself waits for the jobs.
+// menu, the tray and the close, the German catalogue, row updates while the
+// window itself waits for the jobs, and the window's end in the middle of a pass.
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
@@ -328,6 +328,27 @@ class MainWindowTest : public QObject {
              std::string("3000/30003000/3000"));
     QTRY_COMPARE(Cell(*window, 1, 2), QString("Done"));
     QTRY_VERIFY(window->close());
+  }
+
+  // The window destroyed in the middle of a pass, without a close, while
+  // the jobs wait for the display to take their reports: their requests are
+  // dropped, they abort, and the window's end waits for their threads.
+  void destroyedWhileJobsReport() {
+    plans_["/x/a/b/args.ini"] = test::FakeJobPlan{1000000, false, 0, {}};
+    plans_["/x/a/c/args.ini"] = test::FakeJobPlan{1000000, false, 0, {}};
+    auto* window = Make();
+    window->show();
+    window->Dialog().Jobs().SetParallel({1, 2});
+    window->SetUp({JobArgument::Kind::Path, "/x/a/b/args.ini"}, "");
+    window->Dialog().Jobs().AddJob("/x/a/c/args.ini", nullptr, nullptr, false);
+    window->Dialog().Jobs().WakeUp();
+    QTRY_VERIFY(Cell(*window, 0, 2) == "Converting" && Cell(*window, 1, 2) == "Converting");
+    QVERIFY(!window->Ended());
+    window_.reset();
+    QCOMPARE(world_->started.load(), 2);
+    QCOMPARE(world_->deleted.load(), 2);
+    QCOMPARE(world_->aborted.load(), 2);  // none ran on to its last frame without a display
+    QCOMPARE(world_->running.load(), 0);
   }
 
   void terminationAbortsWithoutAsking() {
