@@ -190,8 +190,10 @@ class MainWindowTest : public QObject {
     QCOMPARE(Cell(*window, 1, 3) + " " + Cell(*window, 1, 5), QString("4/4 100%"));
     QTRY_VERIFY(window->ClearButton()->isEnabled() && !window->AbortAllButton()->isEnabled());
 
-    window->ClearButton()->click();
-    QCOMPARE(window->List()->model()->rowCount(), 0);
+    // The first Add's wake-up may have come during the pass and bring one more,
+    // empty pass: that refuses the clear from its start on, a moment before
+    // the display shows it busy.
+    QTRY_VERIFY((window->ClearButton()->click(), window->List()->model()->rowCount() == 0));
     window->Dialog().Jobs().AddJob("/r/shots/cam3/args.ini", nullptr, nullptr, false);
     QTRY_COMPARE(window->List()->model()->rowCount(), 1);
     QCOMPARE(window->Dialog().List().Row(0).path, std::string("/r/shots/cam3/args.ini"));  // numbers start again at 0
