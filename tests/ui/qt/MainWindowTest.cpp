@@ -1,7 +1,7 @@
 // The desktop window driven as a user would, off screen: texts, columns,
 // buttons through a pass, the abort question, the Options dialog, the row
 // menu, the tray and the close, the German catalogue, row updates while the
-// window itself waits for the jobs, and the window's end in the middle of a pass.
+// window itself waits for the jobs, and the window's end amid a pass.
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
@@ -81,6 +81,20 @@ class MainWindowTest : public QObject {
         settings, Scheduler::Timing{20, 1000});
     window_->openUrl = [this](const QUrl& url) { return opened_ = url, true; };
     return window_.get();
+  }
+
+  // The window with two jobs side by side, each reporting every one of its
+  // `frames` frames without waiting for the test.
+  MainWindow* MakeTwoReporting(int frames) {
+    plans_["/w/a/b/args.ini"] = test::FakeJobPlan{frames, false, 0, {}};
+    plans_["/w/a/c/args.ini"] = test::FakeJobPlan{frames, false, 0, {}};
+    auto* window = Make();
+    window->show();
+    window->Dialog().Jobs().SetParallel({1, 2});
+    window->SetUp({JobArgument::Kind::Path, "/w/a/b/args.ini"}, "");
+    window->Dialog().Jobs().AddJob("/w/a/c/args.ini", nullptr, nullptr, false);
+    window->Dialog().Jobs().WakeUp();
+    return window;
   }
 
   std::unique_ptr<test::TempDir> dir_;
@@ -315,14 +329,7 @@ class MainWindowTest : public QObject {
   // Jobs report every frame and wait for the window; the window meanwhile
   // waits for them. Neither may stand still.
   void reportsWhileTheWindowWaits() {
-    plans_["/w/a/b/args.ini"] = test::FakeJobPlan{3000, false, 0, {}};
-    plans_["/w/a/c/args.ini"] = test::FakeJobPlan{3000, false, 0, {}};
-    auto* window = Make();
-    window->show();
-    window->Dialog().Jobs().SetParallel({1, 2});
-    window->SetUp({JobArgument::Kind::Path, "/w/a/b/args.ini"}, "");
-    window->Dialog().Jobs().AddJob("/w/a/c/args.ini", nullptr, nullptr, false);
-    window->Dialog().Jobs().WakeUp();
+    auto* window = MakeTwoReporting(3000);
     window->Queue().RunWhileServing([&] {
       while (world_->deleted < 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     });
@@ -336,14 +343,7 @@ class MainWindowTest : public QObject {
   // the jobs wait for the display to take their reports: their requests are
   // dropped, they abort, and the window's end waits for their threads.
   void destroyedWhileJobsReport() {
-    plans_["/x/a/b/args.ini"] = test::FakeJobPlan{1000000, false, 0, {}};
-    plans_["/x/a/c/args.ini"] = test::FakeJobPlan{1000000, false, 0, {}};
-    auto* window = Make();
-    window->show();
-    window->Dialog().Jobs().SetParallel({1, 2});
-    window->SetUp({JobArgument::Kind::Path, "/x/a/b/args.ini"}, "");
-    window->Dialog().Jobs().AddJob("/x/a/c/args.ini", nullptr, nullptr, false);
-    window->Dialog().Jobs().WakeUp();
+    auto* window = MakeTwoReporting(1000000);
     QTRY_VERIFY(Cell(*window, 0, 2) == "Converting" && Cell(*window, 1, 2) == "Converting");
     QVERIFY(!window->Ended());
     window_.reset();
