@@ -1,5 +1,5 @@
-// The per-job pixel engine: the frame's geometry, the lookup area of the
-// point operations and the scratch buffer that the neighbourhood filters,
+// The per-job pixel engine: the frame's geometry, the maps of the last point
+// operations and the scratch buffer that the neighbourhood filters,
 // the depth conversion and the scaling share. A pointer that one of them
 // returns into the scratch buffer is valid until the next call into any of
 // them. One processor belongs to one job's worker thread.
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "frames/ImageOps.h"
+#include "frames/primitives/SampleMap.h"
 
 namespace tarnvel {
 
@@ -79,10 +80,10 @@ class ImageProcessor {
   void ApplyCode(const ImageOpItem& item, std::uint8_t* frame);
   void BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame);
   void Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame);
-  // Builds the table for 0..full scale with `entry`, then maps the frame through it.
+  // Maps the frame through the table that `entry` gives for 0..full scale,
+  // built once for the item's code, values and the depth.
   template <class Entry>
-  void MapThroughTable(std::uint8_t* frame, Entry entry);
-  void MapBytes(const std::uint8_t* table, std::uint8_t* frame, std::size_t count);
+  void MapThroughTable(const SampleMapCache::Key& key, std::uint8_t* frame, Entry entry);
   void Negative(std::uint8_t* frame);
   void Equalize(std::uint8_t* frame);
   void RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame);
@@ -91,7 +92,7 @@ class ImageProcessor {
   std::uint32_t height_ = 256;
   std::uint32_t depth_ = 8;
   std::size_t frameSize_ = 65536;
-  std::vector<std::uint16_t> lookup_;  // 262,144 bytes: 256 bytes or up to 65,536 words in use
+  SampleMapCache maps_;
   std::unique_ptr<std::uint8_t[]> scratch_;
   std::size_t scratchSize_ = 0;
 };

@@ -19,4 +19,12 @@ int InvertInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::ui
 int MirrorInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height,
                   int axis);
 
+// Grey layouts only: subtracts from every value of a row the row's
+// reference, values below it becoming 0. The reference is the row's
+// smallest value, never above 1,000, for mode 0; otherwise the value at
+// `column`, or 0 (the row stays) when the column lies outside the row.
+// Colour layouts are refused and stay as they are.
+int SubtractRowReferenceInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width,
+                                std::uint32_t height, std::int32_t mode, std::int32_t column);
+
 }  // namespace tarnvel
