@@ -1,15 +1,23 @@
 // Frame processing on 1280 x 1024 frames at 8, 12 and 36 bits, beside a
 // memcpy of the same frame and, when OpenCV is there, its nearest
-// equivalents (single-threaded, zero border) in the same run.
+// equivalents (single-threaded, zero border) in the same run. The
+// operations run as a job runs them, in place through the processor;
+// OpenCV writes a separate output.
+// --level=base|avx2|avx512 runs the kernels of at most that vector level.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "frames/ImageProcessor.h"
 #include "frames/ImageScaler.h"
+#include "frames/primitives/Simd.h"
 
 #ifdef TARNVEL_WITH_OPENCV
 #include <opencv2/core.hpp>
@@ -53,13 +61,23 @@ void Memcpy(benchmark::State& state, std::uint32_t depth) {
   SetBytes(state, src.size());
 }
 
+// A 5 x 5 kernel that is not a column times a row: a Laplacian of a Gaussian.
+constexpr std::int32_t kLaplacianOfGaussian5[25] = {0,  0,  -1, 0,  0,  0,  -1, -2, -1, 0,  -1, -2, 16,
+                                                    -2, -1, 0,  -1, -2, -1, 0,  0,  0,  -1, 0,  0};
+
 void Operation(benchmark::State& state, std::uint32_t depth, std::int32_t code, std::int32_t value1,
                std::int32_t value2) {
   ImageProcessor p;
   p.SetGeometry(kWidth, kHeight, depth);
   const auto original = RandomFrame(depth, p.FrameSize());
   auto frame = original;
-  const ImageOpItem item{{}, code, nullptr, value1, value2, 0};
+  ImageOpItem item{{}, code, nullptr, value1, value2, 0};
+  if (code == tarnvel::ImgOpUserFilter) {
+    item.filter = std::make_unique<tarnvel::ConvolutionFilter>();
+    item.filter->sizeX = item.filter->sizeY = 5;
+    item.filter->divisor = 1;
+    std::copy(std::begin(kLaplacianOfGaussian5), std::end(kLaplacianOfGaussian5), item.filter->coefficients);
+  }
   // Every pass starts from the random frame: repeated passes would drift
   // towards flat frames, which tables and histograms handle faster.
   for (auto _ : state) {
@@ -112,25 +130,36 @@ void OpenCv(benchmark::State& state, std::uint32_t depth, Body body) {
   SetBytes(state, bytes.size());
 }
 
-void CvFilter3(benchmark::State& state, std::uint32_t depth) {
-  const cv::Mat kernel = (cv::Mat_<float>(3, 3) << -1, -2, -1, 0, 0, 0, 1, 2, 1);
+// filter2D with the kernel of our row: Sobel North, Gaussian 5 (1 2 1 / 16),
+// the 5 x 5 Laplacian of a Gaussian.
+void CvFilter(benchmark::State& state, std::uint32_t depth, int which) {
+  cv::Mat kernel;
+  if (which == 0) kernel = (cv::Mat_<float>(3, 3) << -1, -2, -1, 0, 0, 0, 1, 2, 1);
+  else if (which == 1) kernel = (cv::Mat_<float>(3, 3) << 1, 2, 1, 2, 4, 2, 1, 2, 1) / 16.0f;
+  else kernel = cv::Mat(5, 5, CV_32S, const_cast<std::int32_t*>(kLaplacianOfGaussian5)).clone(), kernel.convertTo(kernel, CV_32F);
   OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) {
     cv::filter2D(in, out, -1, kernel, cv::Point(-1, -1), 0, cv::BORDER_CONSTANT);
+  });
+}
+// The separable forms an OpenCV user would call for the Gaussian and the box.
+void CvGaussian3(benchmark::State& state, std::uint32_t depth) {
+  OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) {
+    cv::GaussianBlur(in, out, cv::Size(3, 3), 0, 0, cv::BORDER_CONSTANT);
+  });
+}
+void CvBox(benchmark::State& state, std::uint32_t depth, int n) {
+  OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) {
+    cv::blur(in, out, cv::Size(n, n), cv::Point(-1, -1), cv::BORDER_CONSTANT);
   });
 }
 void CvMedian(benchmark::State& state, std::uint32_t depth, int n) {
   OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) { cv::medianBlur(in, out, n); });
 }
-void CvErode(benchmark::State& state, std::uint32_t depth) {
-  const cv::Mat kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3));
+void CvMorphology(benchmark::State& state, std::uint32_t depth, int n, bool dilate) {
+  const cv::Mat kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(n, n));
   OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) {
-    cv::erode(in, out, kernel, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar::all(0));
-  });
-}
-void CvDilate(benchmark::State& state, std::uint32_t depth) {
-  const cv::Mat kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3));
-  OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) {
-    cv::dilate(in, out, kernel, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+    if (dilate) cv::dilate(in, out, kernel, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar::all(0));
+    else cv::erode(in, out, kernel, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar::all(0));
   });
 }
 void CvResize(benchmark::State& state) {
@@ -150,8 +179,11 @@ void RegisterAll() {
   const Op points[] = {{"BrightnessContrast", 21, 10, 20}, {"Gamma", 22, 1800, 0},   {"Negative", 23, 0, 0},
                        {"Equalize", 24, 0, 0},             {"FlipVertical", 40, 0, 0}, {"FlipHorizontal", 41, 0, 0},
                        {"RowOffset", 42, 0, 0}};
-  const Op filters[] = {{"Laplacian3", 1, 1, 0}, {"Sobel3", 3, 0, 0},  {"Gaussian3", 5, 4, 0}, {"Average3", 4, 1, 0},
-                        {"Median3", 7, 3, 0},    {"Median5", 7, 5, 0}, {"Minimum3", 8, 3, 0},  {"Maximum3", 9, 3, 0}};
+  const Op filters[] = {{"Laplacian3", 1, 1, 0}, {"Sobel3", 3, 0, 0},      {"Gaussian3", 5, 4, 0},
+                        {"Average3", 4, 1, 0},   {"Average5", 4, 3, 0},    {"LoG5", 16, 0, 0},
+                        {"Median3", 7, 3, 0},    {"Median5", 7, 5, 0},     {"Median9", 7, 9, 0},
+                        {"Minimum3", 8, 3, 0},   {"Maximum3", 9, 3, 0},    {"Minimum5", 8, 5, 0},
+                        {"Maximum5", 9, 5, 0},   {"Minimum15", 8, 15, 0}};
   for (std::uint32_t depth : {8u, 12u, 36u}) {
     const std::string d = "/" + std::to_string(depth) + "bit";
     RegisterBenchmark(("Memcpy" + d).c_str(), Memcpy, depth)->Unit(benchmark::kMicrosecond);
@@ -162,11 +194,19 @@ void RegisterAll() {
       RegisterBenchmark((std::string(op.name) + d).c_str(), Operation, depth, op.code, op.value1, op.value2)
           ->Unit(benchmark::kMicrosecond);
 #ifdef TARNVEL_WITH_OPENCV
-    RegisterBenchmark(("OpenCV_filter2D_3x3" + d).c_str(), CvFilter3, depth)->Unit(benchmark::kMicrosecond);
-    RegisterBenchmark(("OpenCV_medianBlur3" + d).c_str(), CvMedian, depth, 3)->Unit(benchmark::kMicrosecond);
-    RegisterBenchmark(("OpenCV_medianBlur5" + d).c_str(), CvMedian, depth, 5)->Unit(benchmark::kMicrosecond);
-    RegisterBenchmark(("OpenCV_erode3" + d).c_str(), CvErode, depth)->Unit(benchmark::kMicrosecond);
-    RegisterBenchmark(("OpenCV_dilate3" + d).c_str(), CvDilate, depth)->Unit(benchmark::kMicrosecond);
+    const auto unit = benchmark::kMicrosecond;
+    RegisterBenchmark(("OpenCV_filter2D_Sobel3" + d).c_str(), CvFilter, depth, 0)->Unit(unit);
+    RegisterBenchmark(("OpenCV_filter2D_Gaussian3" + d).c_str(), CvFilter, depth, 1)->Unit(unit);
+    RegisterBenchmark(("OpenCV_GaussianBlur3" + d).c_str(), CvGaussian3, depth)->Unit(unit);
+    RegisterBenchmark(("OpenCV_blur3" + d).c_str(), CvBox, depth, 3)->Unit(unit);
+    RegisterBenchmark(("OpenCV_blur5" + d).c_str(), CvBox, depth, 5)->Unit(unit);
+    RegisterBenchmark(("OpenCV_filter2D_LoG5" + d).c_str(), CvFilter, depth, 2)->Unit(unit);
+    for (int n : {3, 5}) {
+      RegisterBenchmark(("OpenCV_medianBlur" + std::to_string(n) + d).c_str(), CvMedian, depth, n)->Unit(unit);
+      RegisterBenchmark(("OpenCV_erode" + std::to_string(n) + d).c_str(), CvMorphology, depth, n, false)->Unit(unit);
+      RegisterBenchmark(("OpenCV_dilate" + std::to_string(n) + d).c_str(), CvMorphology, depth, n, true)->Unit(unit);
+    }
+    RegisterBenchmark(("OpenCV_erode15" + d).c_str(), CvMorphology, depth, 15, false)->Unit(unit);
 #endif
   }
   RegisterBenchmark("ConvertDepth/12to8", Convert, 12u, 8u)->Unit(benchmark::kMicrosecond);
@@ -180,6 +220,12 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    for (auto level : {tarnvel::simd::Level::Base, tarnvel::simd::Level::Avx2, tarnvel::simd::Level::Avx512})
+      if (arg == std::string("--level=") + tarnvel::simd::LevelName(level)) tarnvel::simd::LimitLevel(level);
+  }
+  std::printf("vector level: %s\n", tarnvel::simd::LevelName(tarnvel::simd::ActiveLevel()));
   RegisterAll();
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

@@ -102,22 +102,21 @@ std::uint8_t* ImageProcessor::ScratchToOverwrite(std::size_t size) {
 }
 
 void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* frame) {
-  std::uint8_t* scratch = ScratchToOverwrite(frameSize_);
-  if (!scratch || !frame || frameSize_ == 0) return;
+  if (!frame || frameSize_ == 0) return;
   int status = kPrimitiveBadSize;
   const std::int32_t w = filter.sizeX, h = filter.sizeY;
   // Kernels that the record cannot hold (sizes below 1, more than 100
-  // coefficients) are refused like any failing filter: the zeros stay.
+  // coefficients) are refused like any failing filter: the frame turns black.
   if (w >= 1 && h >= 1 && static_cast<std::int64_t>(w) * h <= static_cast<std::int64_t>(kFilterCoefficients)) {
     std::int16_t kernel[kFilterCoefficients];
     for (std::int32_t t = 0; t < w * h; ++t)
       kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
     const std::size_t rowBytes = frameSize_ / height_;
-    status = ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, scratch, rowBytes, width_, height_, kernel, w,
-                            h, filter.divisor);
+    // In place: the primitive reads every row before it writes over it.
+    status = ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, frame, rowBytes, width_, height_, kernel, w, h,
+                            filter.divisor);
   }
-  if (status != kPrimitiveOk) std::memset(scratch, 0, frameSize_);
-  std::memcpy(frame, scratch, frameSize_);
+  if (status != kPrimitiveOk) std::memset(frame, 0, frameSize_);
 }
 
 void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {

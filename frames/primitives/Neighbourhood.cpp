@@ -1,5 +1,7 @@
 #include "frames/primitives/Neighbourhood.h"
 
+#include "frames/primitives/ConvolutionPlan.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -56,175 +58,6 @@ class PaddedRows {
 
 template <class T>
 constexpr T kSampleMax = std::numeric_limits<T>::max();
-
-// ---------------------------------------------------------------- convolution
-
-template <class Acc>
-struct AccLanes;
-template <>
-struct AccLanes<float> {
-  typedef float type __attribute__((vector_size(32)));
-};
-template <>
-struct AccLanes<std::int16_t> {
-  typedef std::int16_t type __attribute__((vector_size(32)));
-};
-template <>
-struct AccLanes<double> {
-  typedef double type __attribute__((vector_size(32)));
-};
-
-// acc[s] = sum over taps in (j, i) order of window[j][s + i * C] * weights[j * kw + i].
-// Four independent vectors of partial sums hide the latency of the adds.
-// Every sample adds its products in the same order, so the result does not
-// depend on the blocking or on the vector width.
-template <int C, class Acc>
-TARNVEL_VECTOR_CLONES void ConvolveRow(const Acc* const* window, const Acc* weights, int kw, int kh,
-                                       std::size_t samples, Acc* acc) {
-  using V = typename AccLanes<Acc>::type;
-  constexpr std::size_t kLanes = sizeof(V) / sizeof(Acc);
-  static_assert(4 * kLanes <= kSlack);
-  for (std::size_t s = 0; s < samples; s += 4 * kLanes) {
-    V a0 = {}, a1 = {}, a2 = {}, a3 = {};
-    const Acc* w = weights;
-    for (int j = 0; j < kh; ++j) {
-      const Acc* row = window[j] + s;
-      for (int i = 0; i < kw; ++i, ++w) {
-        const V weight = V{} + *w;
-        const Acc* p = row + static_cast<std::size_t>(i) * C;
-        V x0, x1, x2, x3;
-        std::memcpy(&x0, p, sizeof(V));
-        std::memcpy(&x1, p + kLanes, sizeof(V));
-        std::memcpy(&x2, p + 2 * kLanes, sizeof(V));
-        std::memcpy(&x3, p + 3 * kLanes, sizeof(V));
-        a0 += x0 * weight;
-        a1 += x1 * weight;
-        a2 += x2 * weight;
-        a3 += x3 * weight;
-      }
-    }
-    std::memcpy(acc + s, &a0, sizeof(V));
-    std::memcpy(acc + s + kLanes, &a1, sizeof(V));
-    std::memcpy(acc + s + 2 * kLanes, &a2, sizeof(V));
-    std::memcpy(acc + s + 3 * kLanes, &a3, sizeof(V));
-  }
-}
-
-// Cut toward zero, negative to 0, saturated to the sample's range.
-template <class T, class Acc>
-inline T SaturateCut(Acc q) {
-  if (!(q > Acc(0))) return 0;
-  if (q >= static_cast<Acc>(kSampleMax<T>)) return kSampleMax<T>;
-  return static_cast<T>(static_cast<std::int32_t>(q));
-}
-
-template <class T, class Acc>
-TARNVEL_VECTOR_CLONES void FinishRow(const Acc* __restrict acc, std::int32_t* __restrict cut, T* __restrict out,
-                                     std::size_t samples, bool divide, Acc divisor, bool byReciprocal) {
-  if constexpr (std::is_same_v<Acc, float>) {
-    // The same cut and saturation as SaturateCut, eight samples at a time,
-    // then a plain narrowing pass that the compiler turns into packs.
-    using V = AccLanes<float>::type;
-    typedef std::int32_t VI __attribute__((vector_size(32)));
-    constexpr std::size_t kLanes = sizeof(V) / sizeof(float);
-    const V zero = {}, one = V{} + 1.0f, top = V{} + static_cast<float>(kSampleMax<T>), by = V{} + divisor;
-    const V reciprocal = V{} + 1.0f / divisor;
-    for (std::size_t s = 0; s < samples; s += kLanes) {  // acc and cut have slack behind the row
-      V q;
-      std::memcpy(&q, acc + s, sizeof q);
-      if (byReciprocal) {
-        // Whole sums below 2^23 and divisors of 2 to 4,096: the product with
-        // the reciprocal is within one of the quotient, and the remainder,
-        // exact in float, settles which.
-        V whole = __builtin_convertvector(__builtin_convertvector(q * reciprocal, VI), V);
-        const V remainder = q - whole * by;
-        whole = remainder >= by ? whole + one : whole;
-        q = remainder < zero ? whole - one : whole;
-      } else if (divide) {
-        q = q / by;
-      }
-      q = q > zero ? q : zero;
-      q = q < top ? q : top;
-      const VI whole = __builtin_convertvector(q, VI);
-      std::memcpy(cut + s, &whole, sizeof whole);
-    }
-    for (std::size_t s = 0; s < samples; ++s) out[s] = static_cast<T>(cut[s]);
-    return;
-  }
-  if (divide) {
-    for (std::size_t s = 0; s < samples; ++s) out[s] = SaturateCut<T>(acc[s] / divisor);
-  } else {
-    for (std::size_t s = 0; s < samples; ++s) out[s] = SaturateCut<T>(acc[s]);
-  }
-}
-
-template <class T, int C, class Acc>
-void ConvolveFrame(const void* src, std::size_t srb, void* dst, std::size_t drb, std::size_t width,
-                   std::size_t height, const Acc* weights, int kw, int kh, bool divide, Acc divisor,
-                   bool byReciprocal) {
-  const std::size_t ax = static_cast<std::size_t>(kw - 1) / 2;
-  const std::size_t ay = static_cast<std::size_t>(kh - 1) / 2;
-  const std::size_t samples = width * C;
-  PaddedRows<Acc> rows(samples, ax * C, (kw - 1 - ax) * C, static_cast<std::size_t>(kh));
-  std::vector<const Acc*> window(static_cast<std::size_t>(kh));
-  std::vector<Acc> acc(samples + kSlack);
-  std::vector<std::int32_t> cut(samples + kSlack);
-  std::vector<float> sums(std::is_same_v<Acc, std::int16_t> ? samples + kSlack : 0);
-  for (std::size_t y = 0; y < height; ++y) {
-    for (int j = 0; j < kh; ++j)
-      window[j] = rows.template Get<T>(src, srb, static_cast<std::int64_t>(y + j) - static_cast<std::int64_t>(ay),
-                                       static_cast<std::int64_t>(height));
-    ConvolveRow<C>(window.data(), weights, kw, kh, samples, acc.data());
-    if constexpr (std::is_same_v<Acc, std::int16_t>) {
-      // Sums below 2^15 are exact in float; the reciprocal with its
-      // remainder check then gives the exact quotient.
-      WidenRow(acc.data(), sums.data(), samples);
-      FinishRow(sums.data(), cut.data(), RowOf<T>(dst, drb, y), samples, divide, static_cast<float>(divisor), divide);
-    } else {
-      FinishRow(acc.data(), cut.data(), RowOf<T>(dst, drb, y), samples, divide, divisor, byReciprocal);
-    }
-  }
-}
-
-template <class T, int C>
-int ConvolveLayout(const void* src, std::size_t srb, void* dst, std::size_t drb, std::uint32_t width,
-                   std::uint32_t height, const std::int16_t* kernel, int kw, int kh, int divisor) {
-  const std::size_t taps = static_cast<std::size_t>(kw) * static_cast<std::size_t>(kh);
-  // Weights in the order the sum walks the window: the kernel turned by 180 degrees.
-  auto rotated = [&](std::size_t t) { return kernel[taps - 1 - t]; };
-  if constexpr (sizeof(T) == 1) {
-    // Integer semantics. The sum of products is exact in float while its
-    // magnitude stays below 2^24, and a float quotient of such a sum is then
-    // cut to the same integer as the integer quotient; otherwise double,
-    // exact for every sum that 16-bit coefficients can make.
-    std::int64_t absSum = 0;
-    for (std::size_t t = 0; t < taps; ++t) absSum += std::abs(static_cast<std::int64_t>(kernel[t]));
-    if (absSum * 255 < (std::int64_t{1} << 15) && divisor >= 1 && divisor <= 4096) {
-      // Every partial sum fits a 16-bit word: sixteen samples to a vector.
-      std::vector<std::int16_t> w(taps);
-      for (std::size_t t = 0; t < taps; ++t) w[t] = rotated(t);
-      ConvolveFrame<T, C, std::int16_t>(src, srb, dst, drb, width, height, w.data(), kw, kh, divisor != 1,
-                                        static_cast<std::int16_t>(divisor), false);
-    } else if (absSum * 255 < (std::int64_t{1} << 24)) {
-      std::vector<float> w(taps);
-      for (std::size_t t = 0; t < taps; ++t) w[t] = static_cast<float>(rotated(t));
-      const bool byReciprocal = divisor >= 2 && divisor <= 4096 && absSum * 255 < (std::int64_t{1} << 23);
-      ConvolveFrame<T, C, float>(src, srb, dst, drb, width, height, w.data(), kw, kh, divisor != 1,
-                                 static_cast<float>(divisor), byReciprocal);
-    } else {
-      std::vector<double> w(taps);
-      for (std::size_t t = 0; t < taps; ++t) w[t] = static_cast<double>(rotated(t));
-      ConvolveFrame<T, C, double>(src, srb, dst, drb, width, height, w.data(), kw, kh, divisor != 1,
-                                  static_cast<double>(divisor), false);
-    }
-  } else {
-    std::vector<float> w(taps);
-    for (std::size_t t = 0; t < taps; ++t)
-      w[t] = static_cast<float>(static_cast<double>(rotated(t)) / static_cast<double>(divisor));
-    ConvolveFrame<T, C, float>(src, srb, dst, drb, width, height, w.data(), kw, kh, false, 1.0f, false);
-  }
-  return kPrimitiveOk;
-}
 
 // ------------------------------------------------------------ minimum, maximum
 
@@ -496,10 +329,9 @@ int ConvolveBorder(PixelLayout layout, const void* source, std::size_t sourceRow
     return kPrimitiveBadSize;
   if (divisor == 0) return kPrimitiveBadDivisor;
   try {
-    return DispatchLayout(layout, [&]<class T, int C>() {
-      return ConvolveLayout<T, C>(source, sourceRowBytes, destination, destinationRowBytes, width, height, kernel,
-                                  kernelWidth, kernelHeight, divisor);
-    });
+    const ConvolutionPlan plan =
+        PlanConvolution(SampleBytesOf(layout) == 1, kernel, kernelWidth, kernelHeight, divisor);
+    return RunConvolution(layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, plan);
   } catch (const std::bad_alloc&) {
     return kPrimitiveNoMemory;
   }

@@ -38,3 +38,21 @@ template <class V>
 TARNVEL_INLINE V Max(const V& a, const V& b) {
   return a < b ? b : a;
 }
+
+// The high 16 bits of the 32-bit products of unsigned 16-bit lanes.
+template <class U>
+TARNVEL_INLINE U MulHighU16(const U& a, const U& b) {
+#if TARNVEL_SIMD_LEVELS > 1
+  if constexpr (sizeof(U) == 16) return reinterpret_cast<U>(_mm_mulhi_epu16(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(b)));
+#if TARNVEL_SIMD_LEVEL >= 1
+  if constexpr (sizeof(U) == 32)
+    return reinterpret_cast<U>(_mm256_mulhi_epu16(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b)));
+#endif
+#if TARNVEL_SIMD_LEVEL == 2
+  if constexpr (sizeof(U) == 64)
+    return reinterpret_cast<U>(_mm512_mulhi_epu16(reinterpret_cast<__m512i>(a), reinterpret_cast<__m512i>(b)));
+#endif
+#endif
+  using Wide = Vec<std::uint32_t, sizeof(U) * 2>;
+  return __builtin_convertvector((__builtin_convertvector(a, Wide) * __builtin_convertvector(b, Wide)) >> 16, U);
+}

@@ -9,6 +9,7 @@
 #include <random>
 
 #include "frames/ImageProcessor.h"
+#include "frames/primitives/ConvolutionPlan.h"
 #include "frames/primitives/Neighbourhood.h"
 #include "tests/frames/FrameSamples.h"
 
@@ -76,7 +77,7 @@ void ExpectConvolution(const ConvolutionFilter& f, const TestFrame& in, const st
                         test::Label(what, "kernel", f.sizeX, f.sizeY, "divisor", f.divisor));
 }
 
-TEST(Convolution, BuiltInUserAndBoxKernelsMatchTheReference) {
+void BuiltInUserAndBoxKernels() {
   std::mt19937 rng(11);
   for (int depth : test::kDepths)
     for (auto size : test::kSizes)
@@ -85,7 +86,7 @@ TEST(Convolution, BuiltInUserAndBoxKernelsMatchTheReference) {
           const TestFrame in = test::RandomFrame(size.w, size.h, depth, rng, 7);
           test::ExpectSameFrame(Applied(code, in, row), ReferenceConvolution(in, *BuiltInFilter(code, row)),
                                 test::Label("code", code, "row", row));
-          if (HasFatalFailure()) return;
+          if (::testing::Test::HasFatalFailure()) return;
         }
   std::uniform_int_distribution<int> size(1, 7), small(-9, 9), divisor(-20, 20);
   std::uniform_int_distribution<std::int32_t> huge(-40000, 40000);
@@ -96,12 +97,69 @@ TEST(Convolution, BuiltInUserAndBoxKernelsMatchTheReference) {
     // Every fourth filter has coefficients beyond 16 bits: only the low 16 count.
     for (int t = 0; t < f.sizeX * f.sizeY; ++t) f.coefficients[t] = round % 4 == 0 ? huge(rng) : small(rng);
     ExpectConvolution(f, test::RandomFrame(size(rng) + round % 11, size(rng) + round % 5, test::kDepths[round % 7], rng, 5), "user");
-    if (HasFatalFailure()) return;
+    if (::testing::Test::HasFatalFailure()) return;
   }
   for (int n : {1, 2, 5, 10}) {
     const TestFrame in = test::RandomFrame(n + 4, 6, n % 2 ? 12 : 24, rng);
     test::ExpectSameFrame(Applied(ImgOpBox, in, n), ReferenceConvolution(in, Kernel(n, n, n * n, 1)), test::Label("box", n));
   }
+}
+
+TEST(Convolution, BuiltInUserAndBoxKernelsMatchTheReference) {
+  test::AtEveryLevel([] { BuiltInUserAndBoxKernels(); });
+}
+
+TEST(Convolution, SeparableAndWideKernelsAtEveryLevel) {
+  // Columns times rows of small whole numbers (summed down, then across),
+  // some spoiled by one coefficient, on rows of several vectors and tails.
+  test::AtEveryLevel([] {
+    std::mt19937 rng(14);
+    std::uniform_int_distribution<int> factor(-3, 3), size(1, 6);
+    const std::int32_t divisors[] = {1, 2, 3, 7, 16, 25, 100, 4095, 4096, 4097, -3};
+    for (int round = 0; round < 66; ++round) {
+      ConvolutionFilter f = Kernel(size(rng), 1, divisors[round % 11], 0);
+      f.sizeY = std::min(size(rng), 100 / f.sizeX);
+      std::vector<int> u(f.sizeY), v(f.sizeX);
+      for (int& x : u) x = factor(rng);
+      for (int& x : v) x = factor(rng);
+      u[0] = v[0] = 2;
+      for (int j = 0; j < f.sizeY; ++j)
+        for (int i = 0; i < f.sizeX; ++i) f.coefficients[j * f.sizeX + i] = u[j] * v[i];
+      if (round % 4 == 3) f.coefficients[(round / 4) % (f.sizeX * f.sizeY)] += 1;
+      const int width = round % 3 == 0 ? 33 : round % 3 == 1 ? 150 : 301;
+      ExpectConvolution(f, test::RandomFrame(width, 4, test::kDepths[round % 7], rng, 5), "separable");
+      if (::testing::Test::HasFatalFailure()) return;
+    }
+  });
+}
+
+TEST(Convolution, QuotientsOfEveryWordSumByEveryDivisor) {
+  // The multiplier that replaces a divisor of 16-bit sums, at the numerators
+  // where its error would show first: one below each multiple of the divisor.
+  const std::int16_t one[1] = {1};
+  for (int d = 1; d <= 4096; ++d) {
+    const ConvolutionPlan plan = PlanConvolution(true, one, 1, 1, d);
+    ASSERT_EQ(plan.arithmetic, SumArithmetic::Words);
+    for (std::int64_t n = d - 1; n < 32768; n += d)
+      for (std::int64_t m : {n, std::min<std::int64_t>(n + 1, 32767)}) {
+        std::int64_t q = m;
+        if (plan.quotient == QuotientBy::Multiply) q = (m * plan.multiplier) >> (16 + plan.shift);
+        else if (plan.quotient == QuotientBy::Shift) q = m >> plan.shift;
+        ASSERT_EQ(q, m / d) << m << " / " << d;
+      }
+  }
+  // Every sum 127 a + b of two bytes, through the kernels of every level.
+  TestFrame pairs(512, 256, 8);
+  for (int a = 0; a < 256; ++a)
+    for (int b = 0; b < 256; ++b) pairs.Set(2 * b, a, 0, a), pairs.Set(2 * b + 1, a, 0, b);
+  test::AtEveryLevel([&] {
+    for (std::int32_t d : {1, 2, 3, 5, 7, 10, 41, 255, 256, 1000, 2047, 4093, 4096}) {
+      ConvolutionFilter f = Kernel(2, 1, d, 0);
+      f.coefficients[0] = 127, f.coefficients[1] = 1;
+      ExpectConvolution(f, pairs, "pairs");
+      if (::testing::Test::HasFatalFailure()) return;
+    }
+  });
 }
 
 TEST(Convolution, SumsAndQuotientsAtTheEdgesOfEveryArithmetic) {
