@@ -96,11 +96,6 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
   }
 }
 
-std::uint8_t* ImageProcessor::ScratchToOverwrite(std::size_t size) {
-  if (scratch_ && size == scratchSize_) return scratch_.get();
-  return EnsureScratch(size);
-}
-
 void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* frame) {
   if (!frame || frameSize_ == 0) return;
   int status = kPrimitiveBadSize;
@@ -120,16 +115,15 @@ void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* fra
 }
 
 void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {
-  std::uint8_t* scratch = ScratchToOverwrite(frameSize_);
-  if (!scratch || !frame || frameSize_ == 0) return;
+  if (!frame || frameSize_ == 0) return;
   const std::size_t rowBytes = frameSize_ / height_;
   const PixelLayout layout = LayoutOfDepth(depth_);
   auto* primitive = kind == RankKind::Median    ? &MedianBorder
                     : kind == RankKind::Minimum ? &MinimumBorder
                                                 : &MaximumBorder;
-  if (primitive(layout, frame, rowBytes, scratch, rowBytes, width_, height_, maskSize, maskSize) != kPrimitiveOk)
-    std::memset(scratch, 0, frameSize_);
-  std::memcpy(frame, scratch, frameSize_);
+  // In place: the primitives read every row before they write over it.
+  if (primitive(layout, frame, rowBytes, frame, rowBytes, width_, height_, maskSize, maskSize) != kPrimitiveOk)
+    std::memset(frame, 0, frameSize_);
 }
 
 // ------------------------------------------------------------ point operations

@@ -42,8 +42,8 @@ class ImageProcessor {
   // processor's geometry), in place. Unknown codes and ImgOpDisabled do nothing.
   void Apply(const ImageOpItem& item, std::uint8_t* frame);
 
-  // Neighbourhood operations through the scratch buffer: the result, or the
-  // zeros of a refused filter, replaces the frame.
+  // Neighbourhood operations, in place: the result, or the zeros of a
+  // refused filter, replaces the frame.
   void Convolve(const ConvolutionFilter& filter, std::uint8_t* frame);
   void RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame);
 
@@ -74,9 +74,6 @@ class ImageProcessor {
                 std::uint8_t* destination);
 
  private:
-  // The scratch buffer for a filter that writes every byte of it: the
-  // clearing is left to the caller, which clears only when the filter refuses.
-  std::uint8_t* ScratchToOverwrite(std::size_t size);
   void ApplyCode(const ImageOpItem& item, std::uint8_t* frame);
   void BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame);
   void Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame);

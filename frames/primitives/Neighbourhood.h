@@ -5,7 +5,8 @@
 // in every channel: edges are neither repeated nor mirrored. They allocate
 // the row memory they need for the one call and free it before returning.
 // A refused call returns a negative status and leaves `destination` as it was.
-// The rank masks need a `destination` apart from `source`.
+// `destination` may be `source` itself (same rows and row length): every row
+// is read before its result is written. Other overlaps are not allowed.
 #pragma once
 
 #include <cstddef>
@@ -24,8 +25,6 @@ namespace tarnvel {
 // products in float in the order above. The result is saturated to the
 // storage range (0 to 255 or 0 to 65535) and negative results become 0.
 // Refused: empty frame or kernel (kPrimitiveBadSize), divisor 0 (kPrimitiveBadDivisor).
-// `destination` may be `source` itself (same rows and row length): every
-// row is read before its result is written. Other overlaps are not allowed.
 int ConvolveBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
                    std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height,
                    const std::int16_t* kernel, int kernelWidth, int kernelHeight, int divisor);

@@ -5,6 +5,16 @@
 // of any level may run past the row's end.
 constexpr std::size_t kSlack = 256;
 
+// Samples from one buffer row to the next: room for `samples` and the
+// slack, rounded up to an odd number of 64-byte lines, so that the rows
+// that a kernel reads side by side fall into different cache sets (a
+// multiple of 4,096 bytes would put them all into one).
+template <class S>
+constexpr std::size_t RowStride(std::size_t samples) {
+  const std::size_t lines = ((samples + kSlack) * sizeof(S) + 63) / 64;
+  return (lines | 1) * 64 / sizeof(S);
+}
+
 template <class T, class S>
 void WidenRow(const T* __restrict in, S* __restrict out, std::size_t samples) {
   for (std::size_t s = 0; s < samples; ++s) out[s] = static_cast<S>(in[s]);
@@ -25,7 +35,8 @@ class PaddedRows {
   PaddedRows(std::size_t samples, std::size_t leftPad, std::size_t rightPad, std::size_t slots)
       : samples_(samples),
         left_(leftPad),
-        stride_(leftPad + samples + rightPad + kSlack),
+        right_(rightPad),
+        stride_(RowStride<S>(leftPad + samples + rightPad)),
         buffer_((slots + 1) * stride_, S{}),
         rowOfSlot_(slots, -1) {}
 
@@ -42,10 +53,10 @@ class PaddedRows {
   }
 
   // Samples of a padded row from its first pad to the end of its last pad.
-  std::size_t PaddedSamples() const { return stride_ - kSlack; }
+  std::size_t PaddedSamples() const { return left_ + samples_ + right_; }
 
  private:
-  std::size_t samples_, left_, stride_;
+  std::size_t samples_, left_, right_, stride_;
   std::vector<S> buffer_;
   std::vector<std::int64_t> rowOfSlot_;
 };

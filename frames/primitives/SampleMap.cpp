@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <iterator>
 #include <limits>
 
 #define TARNVEL_SIMD_KERNELS "frames/primitives/SampleMapKernels-inl.h"
@@ -72,6 +73,17 @@ std::optional<LinearForm> FindLinearForm(const std::uint16_t* table, std::uint32
   };
   std::int64_t low = -std::int64_t{std::numeric_limits<std::int32_t>::max()} / last;
   std::int64_t high = -low;
+  // Two entries t1 at v1 and t2 at v2 inside the range are within one below
+  // the line's values, so its slope lies between (t2 - t1 - 1) / (v2 - v1)
+  // and (t2 - t1 + 1) / (v2 - v1): a short search for long lines.
+  const auto inside = [&](std::uint16_t t) { return t > 0 && t < last; };
+  const auto first = std::find_if(table, table + last + 1, inside);
+  const auto final = std::find_if(std::make_reverse_iterator(table + last + 1), std::make_reverse_iterator(table), inside);
+  if (first != table + last + 1 && &*final > first) {
+    const std::int64_t dv = &*final - first, dt = std::int64_t{*final} - *first;
+    low = std::max(low, (dt - 1) * q / dv - 1);
+    high = std::min(high, (dt + 1) * q / dv + 1);
+  }
   while (high - low > 2) {
     const std::int64_t a = low + (high - low) / 3, b = high - (high - low) / 3;
     const std::int64_t wa = width(a), wb = width(b);

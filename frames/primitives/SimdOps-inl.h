@@ -20,6 +20,13 @@ template <class T>
 TARNVEL_INLINE Vec<T> Load(const T* p) {
   return LoadAs<Vec<T>>(p);
 }
+// The first `count` samples at p, the other lanes zero, for the end of a row.
+template <class T>
+TARNVEL_INLINE Vec<T> LoadPart(const T* p, std::size_t count) {
+  Vec<T> v{};
+  std::memcpy(&v, p, count * sizeof(T));
+  return v;
+}
 template <class T, class V>
 TARNVEL_INLINE void Store(T* p, const V& v) {
   std::memcpy(p, &v, sizeof v);

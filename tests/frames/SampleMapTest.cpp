@@ -46,7 +46,8 @@ bool ExpectMapsLikeTable(const std::vector<std::uint16_t>& table, bool bytes, bo
     map = SampleMap::ForWords(table.data(), last, tryLinear);
   }
   test::AtEveryLevel([&] {
-    for (std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{31}, std::size_t{65}, std::size_t{70000}}) {
+    // Every value once, then lengths that leave every kind of tail.
+    for (std::size_t count : {std::size_t{70000}, std::size_t{0}, std::size_t{1}, std::size_t{31}, std::size_t{65}}) {
       auto check = [&](auto samples) {
         const auto before = samples;
         map->Apply(samples.data(), samples.size());
@@ -66,8 +67,8 @@ TEST(SampleMap, BrightnessContrastLinesAndTablesMatchTheTable) {
   std::mt19937 rng(51);
   int lines = 0, maps = 0;
   for (std::uint32_t last : {255u, 511u, 4095u, 65535u})
-    for (int b : {-100, -37, 0, 7, 13, 40, 250})
-      for (int c : {-250, -101, -60, -1, 0, 20, 30, 57, 333}) {
+    for (int b : {-100, 0, 13, 250})
+      for (int c : {-250, -60, -1, 0, 30, 57, 333}) {
         if (last == 65535 && (b + c) % 3 != 0) continue;  // the largest tables take long to search
         const auto table = BrightnessContrastTable(b, c, last);
         const bool bytes = last == 255;

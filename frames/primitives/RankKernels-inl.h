@@ -1,0 +1,328 @@
+// Minimum, maximum and median kernels, compiled once per vector level (see
+// SimdTargets.h). Values outside the frame are 0; a mask reaches `before`
+// samples left (rows up) and `after` right (rows down).
+
+#include "frames/primitives/RowWindow-inl.h"
+
+// Source rows by index, rows outside the frame a row of zeros. A kernel that
+// writes over the frame has each row copied into a ring of `slots` rows the
+// first time it asks for it (in increasing order, every row of a result's
+// window before the result is written), so that no row is read after it
+// was overwritten. Otherwise the frame's rows are read where they are.
+template <class T>
+class FrameRows {
+ public:
+  FrameRows(const void* frame, std::size_t rowBytes, std::size_t samples, std::int64_t height, std::size_t slots,
+            bool inPlace)
+      : frame_(frame),
+        rowBytes_(rowBytes),
+        samples_(samples),
+        stride_(RowStride<T>(samples)),
+        height_(height),
+        zeros_(samples + kSlack, T{0}) {
+    if (inPlace) {
+      copies_.assign(slots * stride_, T{0});
+      rowOfSlot_.assign(slots, -1);
+    }
+  }
+
+  const T* operator()(std::int64_t row) {
+    if (row < 0 || row >= height_) return zeros_.data();
+    const T* in = RowOf<T>(frame_, rowBytes_, static_cast<std::size_t>(row));
+    if (rowOfSlot_.empty()) return in;
+    const std::size_t slot = static_cast<std::size_t>(row) % rowOfSlot_.size();
+    T* copy = copies_.data() + slot * stride_;
+    if (rowOfSlot_[slot] != row) {
+      std::memcpy(copy, in, samples_ * sizeof(T));
+      rowOfSlot_[slot] = row;
+    }
+    return copy;
+  }
+
+ private:
+  const void* frame_;
+  std::size_t rowBytes_, samples_, stride_;
+  std::int64_t height_;
+  std::vector<T> zeros_, copies_;
+  std::vector<std::int64_t> rowOfSlot_;
+};
+
+template <bool kMax, class V>
+TARNVEL_INLINE V Pick(const V& a, const V& b) {
+  if constexpr (kMax) return Max(a, b);
+  else return Min(a, b);
+}
+
+// ----------------------------------------------------------- minimum, maximum
+
+// Masks up to this size run every tap; larger ones take a constant number
+// of steps per sample.
+constexpr std::size_t kDirectReach = 5;
+
+// out = the extremum of `count` rows, sample by sample. Rows may be the
+// frame's own, so nothing is read or written past `samples`.
+template <class T, bool kMax>
+void ExtremumOfRows(const T* const* rows, std::size_t count, T* out, std::size_t samples) {
+  constexpr std::size_t L = kLanes<T>;
+  std::size_t s = 0;
+  for (; s + L <= samples; s += L) {
+    Vec<T> m = Load(rows[0] + s);
+    for (std::size_t r = 1; r < count; ++r) m = Pick<kMax>(m, Load(rows[r] + s));
+    Store(out + s, m);
+  }
+  if (s == samples) return;
+  Vec<T> m = LoadPart(rows[0] + s, samples - s);
+  for (std::size_t r = 1; r < count; ++r) m = Pick<kMax>(m, LoadPart(rows[r] + s, samples - s));
+  StorePart(out + s, m, samples - s);
+}
+
+// The extremum down the columns over n rows by van Herk and Gil-Werman:
+// the rows (zero rows above and below the frame included) fall into blocks
+// of n. A window starts in one block and ends in the next; it is the
+// extremum of the start's suffix within its block (computed once per block,
+// backwards) and of the end's prefix (a running row, one step per row).
+// Three steps per sample, whatever n.
+template <class T, bool kMax>
+class ColumnRuns {
+ public:
+  ColumnRuns(std::size_t samples, std::size_t n, std::int64_t before)
+      : samples_(samples),
+        n_(n),
+        before_(before),
+        stride_(RowStride<T>(samples)),
+        suffix_(n * stride_),
+        prefix_(samples + kSlack) {}
+
+  // The extremum of frame rows y - before .. y - before + n - 1.
+  void Next(std::int64_t y, FrameRows<T>& rows, T* out) {
+    const auto n = static_cast<std::int64_t>(n_);
+    if (y == 0)
+      for (std::int64_t p = 0; p + 1 < n; ++p) Extend(p, rows);
+    Extend(y + n - 1, rows);
+    if (y % n == 0) Suffixes(y, rows);
+    const T* parts[2] = {SuffixRow(static_cast<std::size_t>(y % n)), prefix_.data()};
+    ExtremumOfRows<T, kMax>(parts, 2, out, samples_);
+  }
+
+ private:
+  // Row p counted from the first zero row above the frame.
+  const T* Padded(std::int64_t p, FrameRows<T>& rows) { return rows(p - before_); }
+  T* SuffixRow(std::size_t i) { return suffix_.data() + i * stride_; }
+
+  void Extend(std::int64_t p, FrameRows<T>& rows) {
+    const T* in = Padded(p, rows);
+    if (p % static_cast<std::int64_t>(n_) == 0) {
+      std::memcpy(prefix_.data(), in, samples_ * sizeof(T));
+      return;
+    }
+    const T* parts[2] = {prefix_.data(), in};
+    ExtremumOfRows<T, kMax>(parts, 2, prefix_.data(), samples_);
+  }
+
+  void Suffixes(std::int64_t start, FrameRows<T>& rows) {
+    std::memcpy(SuffixRow(n_ - 1), Padded(start + static_cast<std::int64_t>(n_) - 1, rows), samples_ * sizeof(T));
+    for (std::size_t i = n_ - 1; i-- > 0;) {
+      const T* parts[2] = {SuffixRow(i + 1), Padded(start + static_cast<std::int64_t>(i), rows)};
+      ExtremumOfRows<T, kMax>(parts, 2, SuffixRow(i), samples_);
+    }
+  }
+
+  std::size_t samples_, n_;
+  std::int64_t before_;
+  std::size_t stride_;
+  std::vector<T> suffix_, prefix_;
+};
+
+// out[s] = the extremum of padded[s + i * step] for i < n, `padded` holding
+// the row with its zeros on both sides (`length` samples, slack behind).
+// Few taps run directly; more double their reach in place (in `work`):
+// after the pass for m, work[s] covers 2m taps.
+template <class T, bool kMax>
+void ExtremumAcross(const T* padded, std::size_t length, std::size_t n, std::size_t step, T* work, T* out,
+                    std::size_t samples) {
+  constexpr std::size_t L = kLanes<T>;
+  auto finish = [&](const T* from, std::size_t count, std::size_t stride) {
+    for (std::size_t s = 0; s < samples; s += L) {
+      Vec<T> m = Load(from + s);
+      for (std::size_t i = 1; i < count; ++i) m = Pick<kMax>(m, Load(from + s + i * stride));
+      if (s + L <= samples) Store(out + s, m);
+      else StorePart(out + s, m, samples - s);
+    }
+  };
+  if (n <= kDirectReach) return finish(padded, n, step);
+  std::memcpy(work, padded, length * sizeof(T));
+  std::size_t m = 1;
+  for (; 2 * m <= n; m *= 2)
+    for (std::size_t s = 0; s + m * step < length; s += L) Store(work + s, Pick<kMax>(Load(work + s), Load(work + s + m * step)));
+  finish(work, 2, (n - m) * step);
+}
+
+template <class T, int C, bool kMax>
+void ExtremumFrame(const void* src, std::size_t srb, void* dst, std::size_t drb, std::size_t width,
+                   std::int64_t height, std::int64_t left, std::int64_t right, std::int64_t up, std::int64_t down,
+                   bool inPlace) {
+  const std::size_t samples = width * C;
+  const std::size_t nx = static_cast<std::size_t>(left + right + 1), ny = static_cast<std::size_t>(up + down + 1);
+  FrameRows<T> rows(src, srb, samples, height, ny, inPlace);
+  const std::size_t leftPad = static_cast<std::size_t>(left) * C, length = leftPad + samples + right * C;
+  std::vector<T> column(length + kSlack, T{0}), work(nx > kDirectReach ? length + kSlack : 0);
+  std::vector<const T*> window(ny);
+  ColumnRuns<T, kMax> runs(samples, ny > kDirectReach ? ny : 1, up);
+  T* middle = column.data() + leftPad;
+  for (std::int64_t y = 0; y < height; ++y) {
+    T* out = RowOf<T>(dst, drb, static_cast<std::size_t>(y));
+    if (ny > kDirectReach) {
+      runs.Next(y, rows, middle);
+    } else {
+      // Rows outside the frame add zeros: they decide a minimum and leave a maximum.
+      const std::int64_t first = y - up, last = y + down;
+      std::size_t count = 0;
+      for (std::int64_t r = std::max<std::int64_t>(first, 0); r <= std::min(last, height - 1); ++r) window[count++] = rows(r);
+      if (!kMax && (first < 0 || last >= height)) {
+        std::memset(out, 0, samples * sizeof(T));
+        continue;
+      }
+      ExtremumOfRows<T, kMax>(window.data(), count, middle, samples);
+    }
+    ExtremumAcross<T, kMax>(column.data(), length, nx, C, work.data(), out, samples);
+  }
+}
+
+// --------------------------------------------------------------------- median
+
+// Compare-exchange of the network's positions, in registers: the window's
+// values are loaded with constant indexes.
+template <class V>
+TARNVEL_INLINE void CompareExchange(V& a, V& b) {
+  const V low = Min(a, b);
+  b = Max(a, b);
+  a = low;
+}
+
+template <const ComparatorNetwork& kNet, class V, std::size_t... I>
+TARNVEL_INLINE void RunNetwork(V* v, std::index_sequence<I...>) {
+  (CompareExchange(v[kNet.steps[I].low], v[kNet.steps[I].high]), ...);
+}
+
+// The 3 x 3 and 5 x 5 medians. Every source row is sorted across its n
+// neighbours once, into n planes (smallest first) that the n result rows
+// seeing that row share; a result is the selection network over the n rows
+// of planes.
+template <class T, int C, int kN, const ComparatorNetwork& kRowSort, const ComparatorNetwork& kMedian>
+class SortedRowsMedian {
+ public:
+  static constexpr std::int64_t kReach = (kN - 1) / 2;
+
+  SortedRowsMedian(const void* src, std::size_t srb, std::size_t samples, std::int64_t height)
+      : src_(src),
+        srb_(srb),
+        samples_(samples),
+        height_(height),
+        stride_(RowStride<T>(samples)),
+        padded_(samples, kReach * C, kReach * C, 1),
+        planes_((kN + 1) * kN * stride_, T{0}),  // a ring of kN rows, then the planes of a zero row
+        rowOfSlot_(kN, -1) {}
+
+  void Row(std::int64_t y, T* out) {
+    constexpr std::size_t L = kLanes<T>;
+    const T* rows[kN];
+    for (int j = 0; j < kN; ++j) rows[j] = Sorted(y - kReach + j);
+    std::size_t s = 0;
+    for (; s + L <= samples_; s += L) Store(out + s, MiddleAt(rows, s, std::make_index_sequence<kN * kN>{}));
+    if (s < samples_) StorePart(out + s, MiddleAt(rows, s, std::make_index_sequence<kN * kN>{}), samples_ - s);
+  }
+
+ private:
+  // The median of the lanes at s; the values of the window are loaded with
+  // constant indexes, so that they stay in registers.
+  template <std::size_t... I>
+  TARNVEL_INLINE Vec<T> MiddleAt(const T* const* rows, std::size_t s, std::index_sequence<I...>) const {
+    Vec<T> v[kN * kN] = {Load(rows[I / kN] + (I % kN) * stride_ + s)...};
+    RunNetwork<kMedian>(v, std::make_index_sequence<kMedian.count>{});
+    return v[kMedian.output];
+  }
+
+  // The planes of row r, sorted when the row is first asked for.
+  const T* Sorted(std::int64_t r) {
+    if (r < 0 || r >= height_) return planes_.data() + kN * kN * stride_;
+    const std::size_t slot = static_cast<std::size_t>(r) % kN;
+    T* planes = planes_.data() + slot * kN * stride_;
+    if (rowOfSlot_[slot] == r) return planes;
+    rowOfSlot_[slot] = r;
+    const T* in = padded_.template Get<T>(src_, srb_, r, height_);
+    constexpr std::size_t L = kLanes<T>;
+    for (std::size_t s = 0; s < samples_; s += L) {
+      Vec<T> v[kN];
+      for (int i = 0; i < kN; ++i) v[i] = Load(in + s + i * C);
+      RunNetwork<kRowSort>(v, std::make_index_sequence<kRowSort.count>{});
+      for (int c = 0; c < kN; ++c) Store(planes + c * stride_ + s, v[c]);
+    }
+    return planes;
+  }
+
+  const void* src_;
+  std::size_t srb_, samples_;
+  std::int64_t height_;
+  std::size_t stride_;
+  PaddedRows<T> padded_;
+  std::vector<T> planes_;
+  std::vector<std::int64_t> rowOfSlot_;
+};
+
+template <class T, int C, int kN, const ComparatorNetwork& kRowSort, const ComparatorNetwork& kMedian>
+void MedianBySortedRows(const void* src, std::size_t srb, void* dst, std::size_t drb, std::size_t width,
+                        std::int64_t height) {
+  SortedRowsMedian<T, C, kN, kRowSort, kMedian> median(src, srb, width * C, height);
+  for (std::int64_t y = 0; y < height; ++y) median.Row(y, RowOf<T>(dst, drb, static_cast<std::size_t>(y)));
+}
+
+// Any other odd mask: a sliding histogram per channel. The histogram has a
+// tier per 4 bits of the sample (2 tiers for bytes, 4 for words), so that
+// finding the middle value walks at most 16 bins a tier. The zeros outside
+// the frame are counted, not stored.
+template <class T, int C>
+void MedianByHistogram(const void* src, std::size_t srb, void* dst, std::size_t drb, std::int64_t w, std::int64_t h,
+                       std::int64_t mw, std::int64_t mh, bool inPlace) {
+  constexpr int kBits = 8 * sizeof(T);
+  constexpr int kTiers = kBits / 4;
+  std::vector<std::uint32_t> tier[kTiers];
+  for (int t = 0; t < kTiers; ++t) tier[t].assign(std::size_t{1} << (4 * (t + 1)), 0);
+  const std::int64_t left = (mw - 1) / 2, right = mw - 1 - left, up = (mh - 1) / 2, down = mh - 1 - up;
+  const std::int64_t total = mw * mh, middle = (total - 1) / 2;
+  FrameRows<T> frameRows(src, srb, static_cast<std::size_t>(w) * C, h,
+                         static_cast<std::size_t>(std::min(up + down + 1, h)), inPlace);
+  std::vector<const T*> rows;
+  for (std::int64_t y = 0; y < h; ++y) {
+    const std::int64_t top = std::max<std::int64_t>(y - up, 0), bottom = std::min(y + down, h - 1);
+    rows.clear();
+    for (std::int64_t r = top; r <= bottom; ++r) rows.push_back(frameRows(r));
+    const std::int64_t rowsIn = bottom - top + 1;
+    T* out = RowOf<T>(dst, drb, static_cast<std::size_t>(y));
+    for (int c = 0; c < C; ++c) {
+      auto column = [&](std::int64_t x, std::uint32_t delta) {
+        for (const T* row : rows)
+          for (int t = 0; t < kTiers; ++t) tier[t][row[x * C + c] >> (kBits - 4 * (t + 1))] += delta;
+      };
+      const std::uint32_t add = 1, remove = ~0u;  // adding ~0 subtracts one
+      for (std::int64_t x = 0; x <= std::min(right, w - 1); ++x) column(x, add);
+      for (std::int64_t x = 0; x < w; ++x) {
+        if (x > 0) {
+          if (x - left - 1 >= 0) column(x - left - 1, remove);
+          if (x + right < w) column(x + right, add);
+        }
+        const std::int64_t colsIn = std::min(x + right, w - 1) - std::max<std::int64_t>(x - left, 0) + 1;
+        const std::int64_t zeros = total - colsIn * rowsIn;
+        std::size_t bin = 0;
+        if (middle >= zeros) {
+          std::int64_t rank = middle - zeros;
+          for (int t = 0; t < kTiers; ++t) {
+            bin <<= 4;
+            while (rank >= tier[t][bin]) rank -= tier[t][bin++];
+          }
+        }
+        out[x * C + c] = static_cast<T>(bin);
+      }
+      for (std::int64_t x = std::max<std::int64_t>(w - 1 - left, 0); x < w; ++x) column(x, remove);
+    }
+  }
+}
