@@ -226,7 +226,7 @@ void RegisterAll() {
                        {"RowOffset", 42, 0, 0}};
   const Op filters[] = {{"Laplacian3", 1, 1, 0}, {"Sobel3", 3, 0, 0},      {"Gaussian3", 5, 4, 0},
                         {"Average3", 4, 1, 0},   {"Average5", 4, 3, 0},    {"LoG5", 16, 0, 0},
-                        {"Median3", 7, 3, 0},    {"Median5", 7, 5, 0},     {"Median9", 7, 9, 0},
+                        {"Median3", 7, 3, 0},    {"Median5", 7, 5, 0},     {"Median9", 7, 9, 0},     {"Median21", 7, 21, 0},
                         {"Minimum3", 8, 3, 0},   {"Maximum3", 9, 3, 0},    {"Minimum5", 8, 5, 0},
                         {"Maximum5", 9, 5, 0},   {"Minimum15", 8, 15, 0}};
   for (std::uint32_t depth : {8u, 12u, 36u}) {

@@ -276,7 +276,133 @@ void MedianBySortedRows(const void* src, std::size_t srb, void* dst, std::size_t
   for (std::int64_t y = 0; y < height; ++y) median.Row(y, RowOf<T>(dst, drb, static_cast<std::size_t>(y)));
 }
 
-// Any other odd mask: a sliding histogram per channel. The histogram has a
+// Byte samples and masks beyond 5 x 5, by Perreault and Hebert: a
+// histogram of every column of the window's rows (16 coarse bins of the top
+// four bits, 256 fine bins), moved down a row with one add and one remove
+// per column. Along the row the mask's coarse histogram adds and removes
+// whole column histograms in one vector each; its fine bins are brought up
+// to date only for the coarse bin that holds the middle value, from the
+// columns that entered and left since that bin was last used. Constant time
+// per sample, whatever the mask. Only the frame's values are counted; the
+// zeros outside it are counted, not stored. Counts stay below 65,536 (the
+// caller checks the frame's height and the window's pixels in the frame).
+class ColumnHistograms {
+ public:
+  static constexpr std::size_t kBins = 16;  // coarse bins, and fine bins in each
+  using Bins = Vec<std::uint16_t, kBins * sizeof(std::uint16_t)>;
+
+  explicit ColumnHistograms(std::size_t samples) : coarse_(samples * kBins), fine_(samples * kBins * kBins) {}
+
+  void AddRow(const std::uint8_t* row, std::size_t samples, std::uint16_t delta) {
+    for (std::size_t s = 0; s < samples; ++s) {
+      coarse_[s * kBins + (row[s] >> 4)] += delta;
+      fine_[s * kBins * kBins + row[s]] += delta;
+    }
+  }
+
+  Bins Coarse(std::size_t column) const { return LoadAs<Bins>(coarse_.data() + column * kBins); }
+  Bins Fine(std::size_t column, std::size_t bin) const {
+    return LoadAs<Bins>(fine_.data() + (column * kBins + bin) * kBins);
+  }
+
+ private:
+  std::vector<std::uint16_t> coarse_, fine_;
+};
+
+// The mask's histogram of one channel while it moves along a row: columns
+// are samples of that channel, counted when inside the frame.
+class MaskHistogram {
+ public:
+  using Bins = ColumnHistograms::Bins;
+  static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min();
+
+  MaskHistogram(const ColumnHistograms& columns, std::int64_t width, int channels, int channel, std::int64_t left,
+                std::int64_t right)
+      : columns_(columns), width_(width), channels_(channels), channel_(channel), left_(left), right_(right) {
+    syncedAt_.fill(kNever);
+    for (std::int64_t x = 0; x <= std::min(right, width - 1); ++x) coarse_ += columns_.Coarse(Column(x));
+  }
+
+  // From the window at x - 1 to the one at x.
+  void Step(std::int64_t x) {
+    if (x - left_ - 1 >= 0) coarse_ -= columns_.Coarse(Column(x - left_ - 1));
+    if (x + right_ < width_) coarse_ += columns_.Coarse(Column(x + right_));
+  }
+
+  // The value of the given rank among the counted ones in the window at x.
+  std::uint8_t Select(std::int64_t x, std::uint32_t rank) {
+    std::size_t bin = 0;
+    while (rank >= coarse_[bin]) rank -= coarse_[bin++];
+    const Bins& fine = Sync(bin, x);
+    std::size_t value = 0;
+    while (rank >= fine[value]) rank -= fine[value++];
+    return static_cast<std::uint8_t>(bin * 16 + value);
+  }
+
+ private:
+  std::size_t Column(std::int64_t x) const { return static_cast<std::size_t>(x * channels_ + channel_); }
+
+  // Adds (or removes) the fine bins of the frame's columns first..last.
+  void Move(Bins& fine, std::size_t bin, std::int64_t first, std::int64_t last, bool add) const {
+    for (std::int64_t x = std::max<std::int64_t>(first, 0); x <= std::min(last, width_ - 1); ++x)
+      fine = add ? fine + columns_.Fine(Column(x), bin) : fine - columns_.Fine(Column(x), bin);
+  }
+
+  const Bins& Sync(std::size_t bin, std::int64_t x) {
+    Bins& fine = fine_[bin];
+    const std::int64_t at = syncedAt_[bin];
+    if (at == x) return fine;
+    if (at == kNever || x - at > left_ + right_) {
+      fine = Bins{};
+      Move(fine, bin, x - left_, x + right_, true);
+    } else {
+      Move(fine, bin, at - left_, x - left_ - 1, false);
+      Move(fine, bin, at + right_ + 1, x + right_, true);
+    }
+    syncedAt_[bin] = x;
+    return fine;
+  }
+
+  const ColumnHistograms& columns_;
+  std::int64_t width_;
+  int channels_, channel_;
+  std::int64_t left_, right_;
+  Bins coarse_{};
+  std::array<Bins, ColumnHistograms::kBins> fine_{};
+  std::array<std::int64_t, ColumnHistograms::kBins> syncedAt_;
+};
+
+template <int C>
+void MedianByColumnHistograms(const void* src, std::size_t srb, void* dst, std::size_t drb, std::int64_t w,
+                              std::int64_t h, std::int64_t mw, std::int64_t mh, bool inPlace) {
+  const std::int64_t left = (mw - 1) / 2, right = mw - 1 - left, up = (mh - 1) / 2, down = mh - 1 - up;
+  const std::int64_t middle = (mw * mh - 1) / 2;
+  const std::size_t samples = static_cast<std::size_t>(w) * C;
+  // The rows of the window and the one that leaves it.
+  FrameRows<std::uint8_t> rows(src, srb, samples, h, static_cast<std::size_t>(std::min(up + down + 2, h)), inPlace);
+  ColumnHistograms columns(samples);
+  auto moveRow = [&](std::int64_t r, std::uint16_t delta) {
+    if (r >= 0 && r < h) columns.AddRow(rows(r), samples, delta);
+  };
+  for (std::int64_t r = -up; r < down; ++r) moveRow(r, 1);
+  for (std::int64_t y = 0; y < h; ++y) {
+    moveRow(y - up - 1, static_cast<std::uint16_t>(-1));
+    moveRow(y + down, 1);
+    const std::int64_t rowsIn = std::min(y + down, h - 1) - std::max<std::int64_t>(y - up, 0) + 1;
+    auto* out = RowOf<std::uint8_t>(dst, drb, static_cast<std::size_t>(y));
+    for (int c = 0; c < C; ++c) {
+      MaskHistogram mask(columns, w, C, c, left, right);
+      for (std::int64_t x = 0; x < w; ++x) {
+        if (x > 0) mask.Step(x);
+        const std::int64_t colsIn = std::min(x + right, w - 1) - std::max<std::int64_t>(x - left, 0) + 1;
+        const std::int64_t zeros = mw * mh - colsIn * rowsIn;
+        out[x * C + c] = middle < zeros ? 0 : mask.Select(x, static_cast<std::uint32_t>(middle - zeros));
+      }
+    }
+  }
+}
+
+// 16-bit samples (and windows too large for 16-bit counts): a sliding histogram per channel. The histogram has a
 // tier per 4 bits of the sample (2 tiers for bytes, 4 for words), so that
 // finding the middle value walks at most 16 bins a tier. The zeros outside
 // the frame are counted, not stored.
