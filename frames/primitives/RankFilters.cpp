@@ -37,11 +37,11 @@ void Median(const void* src, std::size_t srb, void* dst, std::size_t drb, std::u
     TARNVEL_SIMD_RETURN(MedianBySortedRows<T, C, 3, kRowSort3, kSortedRowsMedian3>(src, srb, dst, drb, width, height));
   if (mw == 5 && mh == 5)
     TARNVEL_SIMD_RETURN(MedianBySortedRows<T, C, 5, kRowSort5, kSortedRowsMedian5>(src, srb, dst, drb, width, height));
-  // Column histograms count up to the frame's height, the mask's histogram
-  // up to the pixels of the mask within the frame, in 16 bits.
+  // The histograms count in 16 bits: at most the pixels of the mask that lie
+  // within the frame.
   const std::int64_t inside = std::min<std::int64_t>(mw, width) * std::min<std::int64_t>(mh, height);
   if constexpr (sizeof(T) == 1)
-    if (height < 65536 && inside < 65536)
+    if (inside < 65536)
       TARNVEL_SIMD_RETURN(MedianByColumnHistograms<C>(src, srb, dst, drb, width, height, mw, mh, inPlace));
   TARNVEL_SIMD_RETURN(MedianByHistogram<T, C>(src, srb, dst, drb, width, height, mw, mh, inPlace));
 }

@@ -285,7 +285,7 @@ void MedianBySortedRows(const void* src, std::size_t srb, void* dst, std::size_t
 // columns that entered and left since that bin was last used. Constant time
 // per sample, whatever the mask. Only the frame's values are counted; the
 // zeros outside it are counted, not stored. Counts stay below 65,536 (the
-// caller checks the frame's height and the window's pixels in the frame).
+// caller checks the pixels of the mask within the frame).
 class ColumnHistograms {
  public:
   static constexpr std::size_t kBins = 16;  // coarse bins, and fine bins in each
@@ -384,7 +384,7 @@ void MedianByColumnHistograms(const void* src, std::size_t srb, void* dst, std::
   auto moveRow = [&](std::int64_t r, std::uint16_t delta) {
     if (r >= 0 && r < h) columns.AddRow(rows(r), samples, delta);
   };
-  for (std::int64_t r = -up; r < down; ++r) moveRow(r, 1);
+  for (std::int64_t r = 0; r < std::min(down, h); ++r) moveRow(r, 1);
   for (std::int64_t y = 0; y < h; ++y) {
     moveRow(y - up - 1, static_cast<std::uint16_t>(-1));
     moveRow(y + down, 1);

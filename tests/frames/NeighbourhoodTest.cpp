@@ -236,6 +236,22 @@ void RankFiltersAgainstTheReference(bool everyCase) {
 }
 
 TEST(RankFilters, MedianMinimumMaximumMatchTheReference) {
+  // Counts of the byte median's histograms: a 361 x 361 mask within a
+  // 255 x 257 frame counts up to 65,535 of its pixels (one more column takes
+  // the other path). A flat frame of 200 keeps 200 where the frame's pixels
+  // outnumber the zeros of the mask, else 0.
+  for (int w : {255, 256}) {
+    TestFrame in(w, 257, 8), want(w, 257, 8);
+    in.Fill(200);
+    const std::int64_t n = 361, reach = 180;
+    for (int y = 0; y < 257; ++y)
+      for (int x = 0; x < w; ++x) {
+        const std::int64_t inside = (std::min<std::int64_t>(x + reach, w - 1) - std::max<std::int64_t>(x - reach, 0) + 1) *
+                                    (std::min<std::int64_t>(y + reach, 256) - std::max<std::int64_t>(y - reach, 0) + 1);
+        want.Set(x, y, 0, (n * n - 1) / 2 >= n * n - inside ? 200 : 0);
+      }
+    test::ExpectSameFrame(Applied(ImgOpMedian, in, n), want, test::Label("mask over the frame", w));
+  }
   RankFiltersAgainstTheReference(true);
   if (HasFatalFailure()) return;
   test::AtEveryLevel([] { RankFiltersAgainstTheReference(false); });
