@@ -157,34 +157,84 @@ void ExtremumAcross(const T* padded, std::size_t length, std::size_t n, std::siz
   finish(work, 2, (n - m) * step);
 }
 
+// Masks of up to kDirectReach rows, two result rows at a time: their
+// windows share all rows but one each, and the shared ones are combined
+// once. Rows outside the frame add zeros: they decide a minimum (a pair
+// that meets them goes row by row) and leave a maximum.
+template <class T, bool kMax>
+class DirectRows {
+ public:
+  DirectRows(std::size_t samples, std::int64_t height, std::int64_t up, std::int64_t down)
+      : samples_(samples), height_(height), up_(up), down_(down), shared_(samples + kSlack) {}
+
+  bool PairFits(std::int64_t y) const {
+    return up_ + down_ > 0 && y + 1 < height_ && (kMax || (y - up_ >= 0 && y + 1 + down_ < height_));
+  }
+
+  // Rows y and y + 1 (PairFits) into first and second.
+  void Pair(std::int64_t y, FrameRows<T>& rows, T* first, T* second) {
+    Gather(y - up_, y + 1 + down_, rows);  // every row of both windows, before either result is written
+    const std::int64_t top = std::max<std::int64_t>(y + 1 - up_, 0), bottom = std::min(y + down_, height_ - 1);
+    Gather(top, bottom, rows);
+    ExtremumOfRows<T, kMax>(window_.data(), window_.size(), shared_.data(), samples_);
+    Combine(y - up_, rows, first);
+    Combine(y + 1 + down_, rows, second);
+  }
+
+  // Row y alone; false when zeros outside the frame make a minimum of 0.
+  bool Single(std::int64_t y, FrameRows<T>& rows, T* out) {
+    Gather(y - up_, y + down_, rows);
+    if (!kMax && (y - up_ < 0 || y + down_ >= height_)) return false;
+    ExtremumOfRows<T, kMax>(window_.data(), window_.size(), out, samples_);
+    return true;
+  }
+
+ private:
+  void Gather(std::int64_t first, std::int64_t last, FrameRows<T>& rows) {
+    window_.clear();
+    for (std::int64_t r = std::max<std::int64_t>(first, 0); r <= std::min(last, height_ - 1); ++r) window_.push_back(rows(r));
+  }
+  void Combine(std::int64_t r, FrameRows<T>& rows, T* out) {
+    const T* parts[2] = {shared_.data(), r >= 0 && r < height_ ? rows(r) : shared_.data()};
+    ExtremumOfRows<T, kMax>(parts, 2, out, samples_);
+  }
+
+  std::size_t samples_;
+  std::int64_t height_, up_, down_;
+  std::vector<T> shared_;
+  std::vector<const T*> window_;
+};
+
 template <class T, int C, bool kMax>
 void ExtremumFrame(const void* src, std::size_t srb, void* dst, std::size_t drb, std::size_t width,
                    std::int64_t height, std::int64_t left, std::int64_t right, std::int64_t up, std::int64_t down,
                    bool inPlace) {
   const std::size_t samples = width * C;
   const std::size_t nx = static_cast<std::size_t>(left + right + 1), ny = static_cast<std::size_t>(up + down + 1);
-  FrameRows<T> rows(src, srb, samples, height, ny, inPlace);
+  FrameRows<T> rows(src, srb, samples, height, ny + 1, inPlace);
+  // The column results of one or two rows, with zeros on both sides for the pass along the row.
   const std::size_t leftPad = static_cast<std::size_t>(left) * C, length = leftPad + samples + right * C;
-  std::vector<T> column(length + kSlack, T{0}), work(nx > kDirectReach ? length + kSlack : 0);
-  std::vector<const T*> window(ny);
+  std::vector<T> columns[2] = {std::vector<T>(length + kSlack, T{0}), std::vector<T>(length + kSlack, T{0})};
+  std::vector<T> work(nx > kDirectReach ? length + kSlack : 0);
   ColumnRuns<T, kMax> runs(samples, ny > kDirectReach ? ny : 1, up);
-  T* middle = column.data() + leftPad;
+  DirectRows<T, kMax> direct(samples, height, up, down);
+  auto across = [&](int which, std::int64_t y) {
+    ExtremumAcross<T, kMax>(columns[which].data(), length, nx, C, work.data(),
+                            RowOf<T>(dst, drb, static_cast<std::size_t>(y)), samples);
+  };
   for (std::int64_t y = 0; y < height; ++y) {
-    T* out = RowOf<T>(dst, drb, static_cast<std::size_t>(y));
     if (ny > kDirectReach) {
-      runs.Next(y, rows, middle);
-    } else {
-      // Rows outside the frame add zeros: they decide a minimum and leave a maximum.
-      const std::int64_t first = y - up, last = y + down;
-      std::size_t count = 0;
-      for (std::int64_t r = std::max<std::int64_t>(first, 0); r <= std::min(last, height - 1); ++r) window[count++] = rows(r);
-      if (!kMax && (first < 0 || last >= height)) {
-        std::memset(out, 0, samples * sizeof(T));
-        continue;
-      }
-      ExtremumOfRows<T, kMax>(window.data(), count, middle, samples);
+      runs.Next(y, rows, columns[0].data() + leftPad);
+    } else if (direct.PairFits(y)) {
+      direct.Pair(y, rows, columns[0].data() + leftPad, columns[1].data() + leftPad);
+      across(0, y);
+      across(1, ++y);
+      continue;
+    } else if (!direct.Single(y, rows, columns[0].data() + leftPad)) {
+      std::memset(RowOf<T>(dst, drb, static_cast<std::size_t>(y)), 0, samples * sizeof(T));
+      continue;
     }
-    ExtremumAcross<T, kMax>(column.data(), length, nx, C, work.data(), out, samples);
+    across(0, y);
   }
 }
 
