@@ -138,6 +138,19 @@ void Convert(benchmark::State& state, std::uint32_t from, std::uint32_t to) {
   SetBytes(state, frame.size());
 }
 
+// A whole frame to three quarters of its size, as a background of another
+// size is brought to the recording's.
+void ScaleFrame(benchmark::State& state, std::uint32_t depth, std::int32_t method) {
+  ImageProcessor p;
+  p.SetGeometry(kWidth, kHeight, depth);
+  const auto frame = RandomFrame(depth, p.FrameSize());
+  std::vector<std::uint8_t> out(p.FrameSize());
+  tarnvel::ImageScaler scaler;
+  for (auto _ : state)
+    benchmark::DoNotOptimize(scaler.Scale(method, frame.data(), kWidth, kHeight, out.data(), kWidth * 3 / 4,
+                                          kHeight * 3 / 4, static_cast<std::int32_t>(depth)));
+}
+
 void ScaleLogo(benchmark::State& state) {
   const auto logo = RandomFrame(24, 200 * 200 * 3);
   std::vector<std::uint8_t> out(300 * 300 * 3);
@@ -198,6 +211,11 @@ void CvMorphology(benchmark::State& state, std::uint32_t depth, int n, bool dila
     else cv::erode(in, out, kernel, cv::Point(-1, -1), 1, cv::BORDER_CONSTANT, cv::Scalar::all(0));
   });
 }
+void CvResizeFrame(benchmark::State& state, std::uint32_t depth, int interpolation) {
+  OpenCv(state, depth, [&](cv::Mat& in, cv::Mat& out) {
+    cv::resize(in, out, cv::Size(kWidth * 3 / 4, kHeight * 3 / 4), 0, 0, interpolation);
+  });
+}
 void CvResize(benchmark::State& state) {
   cv::setNumThreads(1);
   auto logo = RandomFrame(24, 200 * 200 * 3);
@@ -234,6 +252,8 @@ void RegisterAll() {
     Add("Memcpy" + d, Memcpy, depth);
     for (const Op& op : points)
       Add(std::string(op.name) + d, Operation, depth, op.code, op.value1, op.value2);
+    Add("ScaleCubic_frame" + d, ScaleFrame, depth, tarnvel::ScaleCubic);
+    Add("ScaleLanczos_frame" + d, ScaleFrame, depth, tarnvel::ScaleLanczos);
     for (const Op& op : filters) {
       Add(std::string(op.name) + d, Neighbourhood, depth, op.code, op.value1);
       Add("Apply_" + std::string(op.name) + d, Operation, depth, op.code, op.value1, op.value2);
@@ -252,6 +272,8 @@ void RegisterAll() {
     }
     Add("OpenCV_erode15" + d, CvMorphology, depth, 15, false);
     if (depth == 8) Add("OpenCV_medianBlur9" + d, CvMedian, depth, 9);  // larger masks: bytes only
+    Add("OpenCV_resize_cubic_frame" + d, CvResizeFrame, depth, cv::INTER_CUBIC);
+    Add("OpenCV_resize_Lanczos4_frame" + d, CvResizeFrame, depth, cv::INTER_LANCZOS4);
 #endif
   }
   Add("ConvertDepth/12to8", Convert, 12u, 8u);
