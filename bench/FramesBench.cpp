@@ -276,8 +276,8 @@ void RegisterAll() {
     Add("OpenCV_resize_Lanczos4_frame" + d, CvResizeFrame, depth, cv::INTER_LANCZOS4);
 #endif
   }
-  Add("ConvertDepth/12to8", Convert, 12u, 8u);
-  Add("ConvertDepth/36to24", Convert, 36u, 24u);
+  for (auto [from, to] : {std::pair{12u, 8u}, {12u, 16u}, {36u, 24u}, {24u, 8u}, {36u, 8u}, {8u, 24u}, {12u, 36u}})
+    Add("ConvertDepth/" + std::to_string(from) + "to" + std::to_string(to), Convert, from, to);
   Add("ScaleLanczos/logo200to300", ScaleLogo);
 #ifdef TARNVEL_WITH_OPENCV
   Add("OpenCV_resize_Lanczos4/logo200to300", CvResize);

@@ -13,12 +13,13 @@ namespace {
 using test::TestFrame;
 
 TEST(Background, AddsAQuarterLimitedToTheFullScale) {
+  test::AtEveryLevel([] {
   std::mt19937 rng(51);
   ImageProcessor p;
   for (int depth : test::kDepths) {
-    const TestFrame src = test::RandomFrame(9, 4, depth, rng), bg = test::RandomFrame(9, 4, depth, rng);
-    TestFrame out(9, 4, depth);
-    p.SetGeometry(9, 4, depth);
+    const TestFrame src = test::RandomFrame(45, 4, depth, rng), bg = test::RandomFrame(45, 4, depth, rng);
+    TestFrame out(45, 4, depth);
+    p.SetGeometry(45, 4, depth);
     p.AddBackground(src.bytes.data(), bg.bytes.data(), out.data());
     for (std::size_t i = 0; i < src.Samples(); ++i)
       ASSERT_EQ(out.GetSample(i), std::min(src.GetSample(i) + (bg.GetSample(i) >> 2), test::FullScale(depth))) << depth;
@@ -26,6 +27,7 @@ TEST(Background, AddsAQuarterLimitedToTheFullScale) {
     p.AddBackground(src.bytes.data(), nullptr, out.data());
     EXPECT_EQ(out.bytes, src.bytes);
   }
+  });
 }
 
 TEST(Markers, ColourRuleForEveryLayout) {
