@@ -3,32 +3,30 @@
 // the jobs run one after another, or in parallel when the settings or
 // --parallel allow; progress goes to standard output, failures to standard
 // error with their message number. The exit status is 0 only when every job
-// ended "Done".
+// ended "Done", 2 when the command line is wrong and nothing was converted.
 //
-//   tarnvel-cli [--parallel N] [--listen] PATH...
-//
-// --listen also takes the suite's commands on the converter's socket and
-// stays until command 4 finds the list empty. Ctrl-C asks once; a second
-// Ctrl-C aborts all jobs, which end through their normal tear-down.
+// The command line and its output choices are apps/cli/CliArguments; --help
+// tells them. --listen also takes the suite's commands on the converter's
+// socket and stays until command 4 finds the list empty. Ctrl-C asks once; a
+// second Ctrl-C aborts all jobs, which end through their normal tear-down.
+// --parallel N --save keeps N in the settings, as the desktop's Options
+// dialog does (1 turns parallel conversion off).
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "apps/cli/CliArguments.h"
 #include "engine/DecodeRaw.h"
 #include "platform/cordage/Messages.h"
 #include "platform/rawdrv/RawDriver.h"
 #include "platform/suitelink/SuiteLink.h"
-#include "ui/AddFile.h"
 #include "ui/ConsoleFrontEnd.h"
 #include "ui/Scheduler.h"
 #include "ui/Settings.h"
@@ -41,38 +39,44 @@ std::atomic<bool> g_terminate{false};
 void OnInterrupt(int) { ++g_interrupts; }
 void OnTerminate(int) { g_terminate = true; }
 
-int Usage() {
-  std::fprintf(stderr, "usage: tarnvel-cli [--parallel N] [--listen] PATH...\n");
-  return 2;
+// Stores `parallel` jobs at once as the settings of every later run: 0 when
+// saved, 1 when the settings could not be written.
+int SaveParallel(int parallel) {
+  using namespace tarnvel;
+  const ParallelSettings saved = parallel > 1 ? ParallelSettings{1, parallel} : ParallelSettings{0, ReadParallelSettings().maximum};
+  const std::string file = RegistryFileOf(RegistryRoot::CurrentUser);
+  if (!WriteParallelSettings(saved)) {
+    std::fprintf(stderr, "tarnvel-cli: nothing saved: %s has no writable key [%s]\n", file.c_str(), kCurrentSettingsKey);
+    return 1;
+  }
+  const ParallelSettings read = ReadParallelSettings();
+  if (read.enabled != saved.enabled || read.maximum != saved.maximum)
+    std::fprintf(stderr,
+                 "tarnvel-cli: saved in %s, but the settings are read from [%s] of %s until the current key "
+                 "holds UseJumboPackets\n",
+                 file.c_str(), kOlderSettingsKey, RegistryFileOf(RegistryRoot::LocalMachine).c_str());
+  return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace tarnvel;
-  int parallel = -1;
-  bool listen = false;
-  std::vector<std::string> paths;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--parallel" && i + 1 < argc) {
-      char* end = nullptr;
-      const long n = std::strtol(argv[++i], &end, 10);
-      if (*end != '\0' || n < 1 || n > 12) return Usage();
-      parallel = static_cast<int>(n);
-    } else if (arg == "--listen") {
-      listen = true;
-    } else if (arg.rfind("--", 0) == 0) {
-      return Usage();
-    } else {
-      // The job works from the recording's folder, so a name given relative
-      // to where the command runs is made whole here.
-      std::error_code error;
-      const std::filesystem::path whole = std::filesystem::absolute(arg, error);
-      paths.push_back(error ? arg : whole.string());
-    }
+  const CliParse parse = ParseCliArguments(argc, argv);
+  if (parse.arguments.help) {
+    std::fputs(CliHelpText().c_str(), stdout);
+    return kExitDone;
   }
-  if (paths.empty() && !listen) return Usage();
+  if (!parse.error.empty()) {
+    std::fprintf(stderr, "tarnvel-cli: %s\nTry 'tarnvel-cli --help'.\n", parse.error.c_str());
+    return kExitUsage;
+  }
+  const CliArguments& arguments = parse.arguments;
+  const int parallel = arguments.parallel;
+  const bool listen = arguments.listen;
+  if (arguments.save) {
+    if (const int status = SaveParallel(parallel); status != 0 || (arguments.paths.empty() && !listen)) return status;
+  }
 
   DriverInit(0);
   ConsoleFrontEnd console(stdout, stderr, ::isatty(STDOUT_FILENO) != 0);
@@ -101,7 +105,13 @@ int main(int argc, char** argv) {
         error != 0)
       std::fprintf(stderr, "tarnvel-cli: cannot listen on %s: %s\n", socket.c_str(), std::strerror(error));
   }
-  for (const std::string& path : paths) AddFile(scheduler, console, path, false);
+  if (const std::string wrong = AddCliJobs(scheduler, console, arguments); !wrong.empty()) {
+    std::fprintf(stderr, "%s", wrong.c_str());
+    listener.Stop();
+    scheduler.Close();
+    DriverExit();
+    return kExitUsage;
+  }
 
   int askedAt = 0;
   bool terminating = false;
@@ -134,5 +144,5 @@ int main(int argc, char** argv) {
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)
     if (list.Row(row).cells[kStatusColumn] != "Done") ++failed;
   if (list.RowCount() == 0 && !listen) failed = 1;  // nothing was converted
-  return failed == 0 ? 0 : 1;
+  return failed == 0 ? kExitDone : kExitFailed;
 }

@@ -100,8 +100,8 @@ void Neighbourhood(benchmark::State& state, std::uint32_t depth, std::int32_t co
   p.SetGeometry(kWidth, kHeight, depth);
   const auto in = RandomFrame(depth, p.FrameSize());
   std::vector<std::uint8_t> out(in.size());
-  const tarnvel::PixelLayout layout = tarnvel::LayoutOfDepth(depth);
-  const std::size_t rowBytes = in.size() / kHeight;
+  const tarnvel::ConstImageView source = tarnvel::PackedView(in.data(), kWidth, kHeight, depth);
+  const tarnvel::ImageView destination = tarnvel::PackedView(out.data(), kWidth, kHeight, depth);
   std::int16_t kernel[25];
   int size = 0, divisor = 1;
   if (code == tarnvel::ImgOpUserFilter) {
@@ -115,10 +115,10 @@ void Neighbourhood(benchmark::State& state, std::uint32_t depth, std::int32_t co
   for (auto _ : state) {
     int status = 0;
     switch (code) {
-      case tarnvel::ImgOpMedian: status = tarnvel::MedianBorder(layout, in.data(), rowBytes, out.data(), rowBytes, kWidth, kHeight, value1, value1); break;
-      case tarnvel::ImgOpMinimum: status = tarnvel::MinimumBorder(layout, in.data(), rowBytes, out.data(), rowBytes, kWidth, kHeight, value1, value1); break;
-      case tarnvel::ImgOpMaximum: status = tarnvel::MaximumBorder(layout, in.data(), rowBytes, out.data(), rowBytes, kWidth, kHeight, value1, value1); break;
-      default: status = tarnvel::ConvolveBorder(layout, in.data(), rowBytes, out.data(), rowBytes, kWidth, kHeight, kernel, size, size, divisor);
+      case tarnvel::ImgOpMedian: status = tarnvel::MedianBorder(source, destination, value1, value1); break;
+      case tarnvel::ImgOpMinimum: status = tarnvel::MinimumBorder(source, destination, value1, value1); break;
+      case tarnvel::ImgOpMaximum: status = tarnvel::MaximumBorder(source, destination, value1, value1); break;
+      default: status = tarnvel::ConvolveBorder(source, destination, kernel, size, size, divisor);
     }
     benchmark::DoNotOptimize(status);
     benchmark::ClobberMemory();

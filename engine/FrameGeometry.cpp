@@ -2,13 +2,6 @@
 
 namespace tarnvel {
 
-std::uint32_t BytesPerPixel(std::uint32_t bits) {
-  if (bits <= 8) return 1;
-  if (bits <= 16) return 2;
-  if (bits <= 24) return 3;
-  return 6;
-}
-
 bool MakeFrameGeometry(std::uint32_t width, std::uint32_t height, std::uint32_t bits, std::uint32_t rotation,
                        FrameGeometry& out) {
   const std::uint64_t bytes = std::uint64_t{width} * height * BytesPerPixel(bits);

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/pixels/PixelLayout.h"
+
 namespace tarnvel {
 
 struct FrameGeometry {
@@ -11,9 +13,6 @@ struct FrameGeometry {
   std::uint32_t bits = 8;  // bits per pixel over all channels
   std::uint32_t frameBytes = 0;
 };
-
-// Bytes per pixel of a depth: 1 up to 8 bits, 2 up to 16, 3 up to 24, 6 above.
-std::uint32_t BytesPerPixel(std::uint32_t bits);
 
 // The geometry of a source frame. A rotation of 1 or 3 (quarter turns) swaps
 // width and height. Returns false, leaving `out` alone, when the frame's bytes

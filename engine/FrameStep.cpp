@@ -28,8 +28,6 @@ std::uint32_t TurnedMosaicOrder(std::uint32_t order, std::uint32_t rotation, std
   return order;
 }
 
-std::uint32_t BytesOf(std::uint32_t bits) { return bits <= 8 ? 1 : bits <= 16 ? 2 : bits <= 24 ? 3 : 6; }
-
 }  // namespace
 
 std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frameTotal, std::uint32_t bits, int* result,
@@ -42,7 +40,7 @@ std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frame
   if (rawFrame_.result != 0) return nullptr;
   const std::uint8_t* raw = rawFrame_.pixels.data();
   const std::uint32_t depth = bits ? bits : geometry_.bits;
-  const std::size_t pictureBytes = std::size_t{geometry_.width} * geometry_.height * BytesOf(depth);
+  const std::size_t pictureBytes = std::size_t{geometry_.width} * geometry_.height * BytesPerPixel(depth);
   // The delivery must hold the picture the geometry promises.
   if (rawFrame_.bytes < pictureBytes) {
     *result = -1;
@@ -50,7 +48,7 @@ std::uint8_t* CDecodeRaw::FetchFrame(std::int32_t frameIndex, std::int32_t frame
   }
   std::uint8_t* picture = workBuffer_.data();
   if (args_->overlayFlags != 0 && (args_->topBar || args_->bottomBar)) {
-    const std::size_t bar = std::size_t{geometry_.width} * static_cast<std::uint32_t>(textBarHeight_) * BytesOf(depth);
+    const std::size_t bar = std::size_t{geometry_.width} * static_cast<std::uint32_t>(textBarHeight_) * BytesPerPixel(depth);
     if (args_->topBar) {
       std::memset(workBuffer_.data(), 0, bar);
       picture += bar;
@@ -100,7 +98,7 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
   }
   // Bars, a tall plot and a deeper output must fit the work buffer; values
   // from the argument file can ask for more than its usual room.
-  const std::size_t needed = std::size_t{width} * height * BytesOf(std::max({outBits, sourceBits, geometry_.bits}));
+  const std::size_t needed = std::size_t{width} * height * BytesPerPixel(std::max({outBits, sourceBits, geometry_.bits}));
   if (workBuffer_.size() < needed) workBuffer_.resize(needed, 0);
   const std::string fileName = std::string(LastComponent(outputPath)).substr(0, 127);
   header.width = width;
@@ -175,7 +173,7 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     buildBlock();
     if (RawFrameType(type)) {
       // The block rides behind the pixels of the 8-bit frame.
-      std::uint8_t* joined = frame == fetched ? fetched : (std::memcpy(fetched, frame, std::size_t{width} * height * BytesOf(outBits)), fetched);
+      std::uint8_t* joined = frame == fetched ? fetched : (std::memcpy(fetched, frame, std::size_t{width} * height * BytesPerPixel(outBits)), fetched);
       std::memcpy(joined + std::size_t{width} * height, metaBlock, sizeof metaBlock);
       frame = joined;
       result = WriteFrame(out, static_cast<std::uint32_t>(frameIndex), static_cast<std::uint32_t>(frameTotal), &header, nullptr, frame);
@@ -274,7 +272,7 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
       plot.SetSelectedChannel(selected);
       if (plotWidth > width) {
         // The plot is wider than the picture: centre the frame in a wider one.
-        const std::size_t bytes = BytesOf(outBits);
+        const std::size_t bytes = BytesPerPixel(outBits);
         wideFrame.assign(std::size_t{plotWidth} * height * bytes, 0);
         const std::size_t offset = (std::size_t{plotWidth} - width) / 2 * bytes;
         for (std::uint32_t y = 0; y < height; ++y)

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "engine/JobOverrides.h"
+#include "platform/framekit/FrameHeader.h"
 
 namespace tarnvel {
 
@@ -30,10 +31,18 @@ inline bool PlainMosaicType(std::int32_t type) {
   return type == kTypeFba || type == kTypeMrf || type == kTypeMcf || type == kTypeChapter10;
 }
 
-// Hands the part of `codec` that a type uses to the library: type 13 its
-// handler, quality and name; 3 the JPEG quality; 20 the QuickTime codec; 16
-// and 18 the MPEG codec (both as 16); 11 the multipage TIFF compression.
-// Other types take nothing.
+// The part of `codec` that a type uses, as the library's options record:
+// type 13 its handler, quality and name; 3 the JPEG quality; 20 the
+// QuickTime codec; 16 and 18 the MPEG codec; 11 the multipage TIFF
+// compression. `options` starts cleared with its size set; the result is
+// false for the types that take nothing.
+bool CodecOptionsOf(std::int32_t type, const CodecSettings& codec, FrameOptions& options);
+// The reverse, for a compressor chosen in a record of the same layout: the
+// fields that `type` uses go back into `codec`; other types take nothing.
+bool TakeCodecOptions(std::int32_t type, const FrameOptions& options, CodecSettings& codec);
+
+// Hands the part of `codec` that a type uses to the library; 16 and 18 both
+// set the options of type 16.
 void ApplyCodec(std::int32_t type, const CodecSettings& codec);
 
 }  // namespace tarnvel

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 
 #include "engine/OutputNaming.h"
 #include "platform/cordage/Profile.h"
@@ -193,6 +194,9 @@ bool ReadDialogDefaults(std::string_view argsPath, DialogDefaults& defaults) {
 
 bool MoviePathOf(std::string_view argsPath, std::string& path) {
   path.clear();
+  // A row whose argument file has gone has no movie to open.
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(std::filesystem::path(argsPath), error)) return true;
   JobArgs args;
   std::vector<std::string> refused;
   ReadJobArgs(argsPath, args, &refused);

@@ -105,8 +105,8 @@ struct DialogDefaults {
 // Returns whether the profile was read.
 bool ReadDialogDefaults(std::string_view argsPath, DialogDefaults& defaults);
 
-// The companion movie that the menu entry "Open AVI" opens: empty when Arg30
-// is 0; else Arg32 when set; else "<recording folder>/<Arg22>.avi". Returns
+// The companion movie that the menu entry "Open AVI" opens: empty when the
+// argument file is not there or Arg30 is 0; else Arg32 when set; else "<recording folder>/<Arg22>.avi". Returns
 // false, with `path` empty, when that path is refused (too long, or a device
 // name that is no plain file name).
 bool MoviePathOf(std::string_view argsPath, std::string& path);

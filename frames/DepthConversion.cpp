@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "frames/ImageProcessor.h"
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 #define TARNVEL_SIMD_KERNELS "frames/DepthConversionKernels-inl.h"
 #include "frames/primitives/SimdTargets.h"

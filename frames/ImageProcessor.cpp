@@ -88,8 +88,7 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
     case ImgOpEqualize: Equalize(frame); break;
     case ImgOpFlipVertical:
     case ImgOpFlipHorizontal:
-      MirrorInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_,
-                    item.code == ImgOpFlipVertical ? 0 : 1);
+      MirrorInPlace(PackedView(frame, width_, height_, depth_), item.code == ImgOpFlipVertical ? 0 : 1);
       break;
     case ImgOpRowOffset: RowOffset(item.value1, item.value2, frame); break;
     default: break;
@@ -106,24 +105,21 @@ void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* fra
     std::int16_t kernel[kFilterCoefficients];
     for (std::int32_t t = 0; t < w * h; ++t)
       kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
-    const std::size_t rowBytes = frameSize_ / height_;
     // In place: the primitive reads every row before it writes over it.
-    status = ConvolveBorder(LayoutOfDepth(depth_), frame, rowBytes, frame, rowBytes, width_, height_, kernel, w, h,
-                            filter.divisor);
+    const ImageView view = PackedView(frame, width_, height_, depth_);
+    status = ConvolveBorder(view, view, kernel, w, h, filter.divisor);
   }
   if (status != kPrimitiveOk) std::memset(frame, 0, frameSize_);
 }
 
 void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {
   if (!frame || frameSize_ == 0) return;
-  const std::size_t rowBytes = frameSize_ / height_;
-  const PixelLayout layout = LayoutOfDepth(depth_);
   auto* primitive = kind == RankKind::Median    ? &MedianBorder
                     : kind == RankKind::Minimum ? &MinimumBorder
                                                 : &MaximumBorder;
   // In place: the primitives read every row before they write over it.
-  if (primitive(layout, frame, rowBytes, frame, rowBytes, width_, height_, maskSize, maskSize) != kPrimitiveOk)
-    std::memset(frame, 0, frameSize_);
+  const ImageView view = PackedView(frame, width_, height_, depth_);
+  if (primitive(view, view, maskSize, maskSize) != kPrimitiveOk) std::memset(frame, 0, frameSize_);
 }
 
 // ------------------------------------------------------------ point operations
@@ -174,7 +170,7 @@ void ImageProcessor::Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame) {
 void ImageProcessor::Negative(std::uint8_t* frame) {
   const std::uint16_t full = EightBitSamples(depth_) ? 255 : static_cast<std::uint16_t>(FullScale(depth_));
   const std::uint16_t mask[3] = {full, full, full};
-  InvertInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_, mask);
+  InvertInPlace(PackedView(frame, width_, height_, depth_), mask);
 }
 
 void ImageProcessor::Equalize(std::uint8_t* frame) {
@@ -217,7 +213,7 @@ void ImageProcessor::Equalize(std::uint8_t* frame) {
 }
 
 void ImageProcessor::RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame) {
-  SubtractRowReferenceInPlace(LayoutOfDepth(depth_), frame, frameSize_ / height_, width_, height_, mode, column);
+  SubtractRowReferenceInPlace(PackedView(frame, width_, height_, depth_), mode, column);
 }
 
 }  // namespace tarnvel

@@ -45,9 +45,8 @@ int ImageScaler::Scale(std::int32_t method, const std::uint8_t* source, std::uin
     depth_ = depth;
     method_ = method;
   }
-  const std::size_t bpp = BytesPerPixel(bits);
-  const int status = Resize(*description_, source, sourceWidth * bpp, destination, destinationWidth * bpp,
-                            scratch_.get());
+  const int status = Resize(*description_, PackedView(source, sourceWidth, sourceHeight, bits),
+                            PackedView(destination, destinationWidth, destinationHeight, bits), scratch_.get());
   if (status != kPrimitiveOk) return status;
   if (SampleBytesOf(layout) == 2) {
     const std::uint32_t d = ChannelBits(bits);

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "frames/ImageProcessor.h"
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 #define TARNVEL_SIMD_KERNELS "frames/BackgroundKernels-inl.h"
 #include "frames/primitives/SimdTargets.h"

@@ -17,8 +17,9 @@ packages=(
   libcairo2-dev libfreetype-dev libfontconfig-dev fonts-dejavu-core
   # Excel channel workbooks
   libfreexl-dev
-  # desktop program
-  qt6-base-dev
+  # desktop program, a display for its tests and screenshots, and a notification
+  # area, a client library and a menu-entry check for its end-to-end test
+  qt6-base-dev xvfb xauth trayer python3-xlib desktop-file-utils
   # independent readers that the tests check written files with
   libtiff-tools ffmpeg python3 python3-pil python3-numpy dcraw
   # locale sources: the tests compile regional settings to read them back

@@ -91,19 +91,23 @@ JobOverrides AddFileOverrides() {
   return overrides;
 }
 
+bool IsBatchPath(const std::string& path) { return Lower(path).find(".bat") != std::string::npos; }
+
 void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
-             const OptionsChooser& chooseOptions) {
-  if (Lower(path).find(".bat") != std::string::npos) {
+             const OptionsChooser& chooseOptions, const std::string& destination) {
+  if (IsBatchPath(path)) {
     AddBatch(scheduler, frontEnd, path);
     return;
   }
   if (!FitsJobPath(frontEnd, path)) return;
+  const char* folder = destination.empty() ? nullptr : destination.c_str();
+  JobOverrides overrides = AddFileOverrides();
   if (showOptions && chooseOptions) {
-    JobOverrides overrides = AddFileOverrides();
     if (!chooseOptions(path, overrides)) return;
-    scheduler.AddJob(path, &overrides, nullptr, false);
+    scheduler.AddJob(path, &overrides, folder, false);
   } else {
-    scheduler.AddJob(path, nullptr, nullptr, false);
+    // Without options the job keeps its own settings; a destination still counts.
+    scheduler.AddJob(path, folder ? &overrides : nullptr, folder, false);
   }
   scheduler.WakeUp();
 }

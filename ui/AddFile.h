@@ -26,9 +26,13 @@ using OptionsChooser = std::function<bool(const std::string& argsPath, JobOverri
 // signature adds nothing and wakes nothing; a destination folder that cannot
 // be made shows message 33 and adds nothing. Batch entries show in lower case
 // in the list, while the job opens the path as written. A path that would not
-// fit a job's 260-character field is refused with message 1062.
+// fit a job's 260-character field is refused with message 1062. A job file
+// writes into `destination` when one is given (a batch names its own).
 void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
-             const OptionsChooser& chooseOptions = nullptr);
+             const OptionsChooser& chooseOptions = nullptr, const std::string& destination = {});
+
+// Whether AddFile takes `path` for a batch file: ".bat" anywhere in it, in any case.
+bool IsBatchPath(const std::string& path);
 
 // The start values of the overrides that AddFile hands on.
 JobOverrides AddFileOverrides();

@@ -4,12 +4,12 @@
 
 #include "platform/cordage/TextField.h"
 #include "platform/threads/Event.h"
+#include "ui/Texts.h"
 
 namespace tarnvel {
 
-const char* StatusText(std::int32_t status) {
-  static const char* const texts[] = {"Waiting", "Converting", "Done", "Abort", "Error", "Converting + AVI"};
-  return status >= 0 && status < 6 ? texts[status] : "";
+std::string StatusText(std::int32_t status) {
+  return status >= 0 && status < 6 ? UiText(kTextStatusWaiting + status) : std::string();
 }
 
 std::int32_t StatusImage(std::int32_t status) {

@@ -24,8 +24,9 @@ struct JobRow {
   std::string path;  // the row's own copy of the job's path; outlives the job
 };
 
-// The texts and images of the statuses; an unknown status gives nothing.
-const char* StatusText(std::int32_t status);
+// The texts (in the loaded language) and images of the statuses; an unknown
+// status gives nothing.
+std::string StatusText(std::int32_t status);
 std::int32_t StatusImage(std::int32_t status);
 
 // Column 0: the last two folder names of the path ("rec/cam1" for

@@ -34,11 +34,11 @@ ParallelSettings ReadParallelSettings() {
   return settings;
 }
 
-void WriteParallelSettings(const ParallelSettings& settings) {
+bool WriteParallelSettings(const ParallelSettings& settings) {
   auto key = RegistryKey::Open(RegistryRoot::CurrentUser, kCurrentSettingsKey);
-  if (!key) return;
-  key->WriteWord("MultiThreadRawConversion", static_cast<std::uint32_t>(settings.enabled));
-  key->WriteWord("MultiThreadMaxRawFiles", static_cast<std::uint32_t>(settings.maximum));
+  if (!key) return false;
+  const bool enabled = key->WriteWord("MultiThreadRawConversion", static_cast<std::uint32_t>(settings.enabled));
+  return key->WriteWord("MultiThreadMaxRawFiles", static_cast<std::uint32_t>(settings.maximum)) && enabled;
 }
 
 bool NotifySuiteOptions(const ParallelSettings& settings) {

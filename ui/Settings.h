@@ -26,7 +26,8 @@ std::optional<RegistryKey> OpenSettingsKey();
 ParallelSettings ReadParallelSettings();
 
 // Always into the current key; nothing happens when it does not exist.
-void WriteParallelSettings(const ParallelSettings& settings);
+// True when both values were written.
+bool WriteParallelSettings(const ParallelSettings& settings);
 
 // Tells the suite's main window the new parallel settings (command 2 with
 // the two words); false when no suite window listens.

@@ -1,5 +1,6 @@
 #include "ui/StartUp.h"
 
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -7,6 +8,7 @@
 #include "platform/cordage/Messages.h"
 #include "platform/cordage/Profile.h"
 #include "platform/cordage/TextField.h"
+#include "ui/Texts.h"
 
 namespace tarnvel {
 
@@ -45,25 +47,53 @@ std::optional<std::string> LanguageCataloguePath(std::string_view programPath, i
   return JoinPath(JoinPath(FolderOf(programPath), "Languages"), std::string(stem) + kLanguages[number].suffix);
 }
 
-bool LoadLanguageCatalogue(std::string_view programPath, int number) {
-  const auto path = LanguageCataloguePath(programPath, number);
-  if (!path) return false;
-  std::ifstream in(*path, std::ios::binary);
-  if (!in) return false;
+namespace {
+
+// A text number of a catalogue: decimal digits only, at most six of them.
+std::optional<int> CatalogueNumber(std::string_view key) {
+  if (key.empty() || key.size() > 6) return std::nullopt;
+  int n = 0;
+  for (char c : key) {
+    if (c < '0' || c > '9') return std::nullopt;
+    n = n * 10 + (c - '0');
+  }
+  return n;
+}
+
+// A regular file of at most the profile limit; anything else (a folder, a
+// pipe that would block the start, a huge file) counts as no catalogue.
+std::optional<std::string> ReadSmallFile(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error) || std::filesystem::file_size(path, error) > kMaxProfileBytes ||
+      error)
+    return std::nullopt;
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::nullopt;
   std::ostringstream text;
   text << in.rdbuf();
-  std::map<int, std::string> texts;
-  WalkProfileText(text.str(), {nullptr, [&](std::string_view section, std::string_view key, std::string_view value) {
-                                 if (!EqualsNoCase(section, "Messages")) return;
-                                 int n = 0;
-                                 for (char c : key) {
-                                   if (c < '0' || c > '9' || n > 100000) return;
-                                   n = n * 10 + (c - '0');
-                                 }
-                                 texts.try_emplace(n, value);
-                               }});
-  if (texts.empty()) return false;
-  SetMessageCatalogue(std::move(texts));
+  return text.str();
+}
+
+}  // namespace
+
+bool LoadLanguageCatalogue(std::string_view programPath, int number) {
+  const auto beside = LanguageCataloguePath(programPath, number);
+  if (!beside) return false;
+  const std::string installed =
+      JoinPath(JoinPath(FolderOf(programPath), "../share/tarnvel/Languages"), LastComponent(*beside));
+  std::optional<std::string> text = ReadSmallFile(*beside);
+  if (!text) text = ReadSmallFile(installed);
+  if (!text) return false;
+  std::map<int, std::string> messages, strings;
+  WalkProfileText(*text, {nullptr, [&](std::string_view section, std::string_view key, std::string_view value) {
+                            const auto n = CatalogueNumber(key);
+                            if (!n) return;
+                            if (EqualsNoCase(section, "Messages")) messages.try_emplace(*n, value);
+                            if (EqualsNoCase(section, "Strings")) strings.try_emplace(*n, value);
+                          }});
+  if (messages.empty() && strings.empty()) return false;
+  SetMessageCatalogue(std::move(messages));
+  SetStringCatalogue(std::move(strings));
   return true;
 }
 

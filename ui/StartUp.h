@@ -45,9 +45,11 @@ inline constexpr Language kLanguages[8] = {{"English", ".en"}, {"Deutsch", ".de"
 // language 0 or a number outside the table.
 std::optional<std::string> LanguageCataloguePath(std::string_view programPath, int number);
 
-// Loads the catalogue of `number` (a profile-form file whose section
-// "Messages" maps message numbers to texts) into the message table. False,
-// with the built-in English left in place, when there is none or it cannot be read.
+// Loads the catalogue of `number` into the message table (section
+// "Messages", by message number) and the text table (section "Strings", by
+// text number). The catalogue beside the program comes first; an installed
+// program finds it in ../share/tarnvel/Languages. False, with the built-in
+// English left in place, when there is none or it holds no text.
 bool LoadLanguageCatalogue(std::string_view programPath, int number);
 
 }  // namespace tarnvel

@@ -6,14 +6,9 @@
 #include "frames/ImageScaler.h"
 #include "frames/overlay/Blend.h"
 #include "platform/framekit/FrameKit.h"
+#include "platform/pixels/PixelLayout.h"
 
 namespace tarnvel {
-namespace {
-
-std::uint32_t BytesOfDepth(std::uint32_t bits) { return bits <= 8 ? 1 : bits <= 16 ? 2 : bits <= 24 ? 3 : 6; }
-
-}  // namespace
-
 int LogoScalePercent(std::int32_t row) { return row >= 0 && row < 17 ? kLogoScales[row] : 100; }
 
 void LogoImage::Free() {
@@ -29,8 +24,8 @@ int LogoImage::Load(const char* path) {
   const std::uint32_t w = info.width, h = info.height, bits = info.bits;
   const bool alpha = info.colorKind == kColorKindGreyAlpha || info.colorKind == kColorKindColorAlpha;
   const std::uint32_t padded = (w + 3) & ~3u;
-  const std::uint64_t colourBytes = std::uint64_t{BytesOfDepth(bits)} * w * h;
-  const std::uint64_t rowLength = std::uint64_t{BytesOfDepth(bits) + (alpha ? 1u : 0u)} * w;
+  const std::uint64_t colourBytes = std::uint64_t{BytesPerPixel(bits)} * w * h;
+  const std::uint64_t rowLength = std::uint64_t{BytesPerPixel(bits) + (alpha ? 1u : 0u)} * w;
   if (rowLength > 0xFFFFFFFFull) return 0;
   std::vector<std::uint8_t> buffer(rowLength * h);
   if (LoadImage(path, 0, static_cast<std::uint32_t>(rowLength), h, buffer.data(), 0) != 0) return 0;

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 namespace tarnvel {
 

@@ -8,65 +8,60 @@
 namespace tarnvel {
 namespace {
 
-bool Usable(const void* source, const void* destination, std::uint32_t width, std::uint32_t height) {
-  return source && destination && width > 0 && height > 0;
+// Both views hold pixels, of one size and one layout.
+bool Usable(const ConstImageView& source, const ImageView& destination) {
+  return !source.Empty() && !destination.Empty() && SameSize(source, destination) &&
+         source.Layout() == destination.Layout();
+}
+
+template <class Run>
+int Guarded(Run&& run) {
+  try {
+    return run();
+  } catch (const std::bad_alloc&) {
+    return kPrimitiveNoMemory;
+  }
+}
+
+int Extremum(bool maximum, ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  if (!Usable(source, destination) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
+  return Guarded([&] {
+    RunExtremum(maximum, source.Layout(), source.data, source.rowBytes, destination.data, destination.rowBytes,
+                source.width, source.height, maskWidth, maskHeight);
+    return kPrimitiveOk;
+  });
 }
 
 }  // namespace
 
-int ConvolveBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                   std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height,
-                   const std::int16_t* kernel, int kernelWidth, int kernelHeight, int divisor) {
-  if (!Usable(source, destination, width, height) || !kernel || kernelWidth < 1 || kernelHeight < 1)
-    return kPrimitiveBadSize;
+int ConvolveBorder(ConstImageView source, ImageView destination, const std::int16_t* kernel, int kernelWidth,
+                   int kernelHeight, int divisor) {
+  if (!Usable(source, destination) || !kernel || kernelWidth < 1 || kernelHeight < 1) return kPrimitiveBadSize;
   if (divisor == 0) return kPrimitiveBadDivisor;
-  try {
+  return Guarded([&] {
     const ConvolutionPlan plan =
-        PlanConvolution(SampleBytesOf(layout) == 1, kernel, kernelWidth, kernelHeight, divisor);
-    return RunConvolution(layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, plan);
-  } catch (const std::bad_alloc&) {
-    return kPrimitiveNoMemory;
-  }
+        PlanConvolution(SampleBytesOf(source.Layout()) == 1, kernel, kernelWidth, kernelHeight, divisor);
+    return RunConvolution(source.Layout(), source.data, source.rowBytes, destination.data, destination.rowBytes,
+                          source.width, source.height, plan);
+  });
 }
 
-int MedianBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                 std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                 int maskHeight) {
-  if (!Usable(source, destination, width, height) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
+int MedianBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  if (!Usable(source, destination) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
   if (maskWidth % 2 == 0 || maskHeight % 2 == 0) return kPrimitiveBadMask;
-  try {
-    RunMedian(layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth, maskHeight);
+  return Guarded([&] {
+    RunMedian(source.Layout(), source.data, source.rowBytes, destination.data, destination.rowBytes, source.width,
+              source.height, maskWidth, maskHeight);
     return kPrimitiveOk;
-  } catch (const std::bad_alloc&) {
-    return kPrimitiveNoMemory;
-  }
+  });
 }
 
-static int Extremum(bool maximum, PixelLayout layout, const void* source, std::size_t sourceRowBytes,
-                    void* destination, std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height,
-                    int maskWidth, int maskHeight) {
-  if (!Usable(source, destination, width, height) || maskWidth < 1 || maskHeight < 1) return kPrimitiveBadSize;
-  try {
-    RunExtremum(maximum, layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth,
-                maskHeight);
-    return kPrimitiveOk;
-  } catch (const std::bad_alloc&) {
-    return kPrimitiveNoMemory;
-  }
+int MinimumBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  return Extremum(false, source, destination, maskWidth, maskHeight);
 }
 
-int MinimumBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                  std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                  int maskHeight) {
-  return Extremum(false, layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth,
-                  maskHeight);
-}
-
-int MaximumBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                  std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                  int maskHeight) {
-  return Extremum(true, layout, source, sourceRowBytes, destination, destinationRowBytes, width, height, maskWidth,
-                  maskHeight);
+int MaximumBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight) {
+  return Extremum(true, source, destination, maskWidth, maskHeight);
 }
 
 }  // namespace tarnvel

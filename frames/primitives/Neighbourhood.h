@@ -1,7 +1,9 @@
 // Neighbourhood primitives: convolution and the median, minimum and maximum
 // masks, in the four pixel layouts.
 //
-// All of them read `source` and write `destination`, each channel by itself, and count every pixel outside the frame as 0
+// All of them read `source` and write `destination` (of the source's size
+// and layout), each channel by itself, and count every pixel outside the
+// frame as 0
 // in every channel: edges are neither repeated nor mirrored. They allocate
 // the row memory they need for the one call and free it before returning.
 // A refused call returns a negative status and leaves `destination` as it was.
@@ -12,7 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 namespace tarnvel {
 
@@ -25,23 +27,16 @@ namespace tarnvel {
 // products in float in the order above. The result is saturated to the
 // storage range (0 to 255 or 0 to 65535) and negative results become 0.
 // Refused: empty frame or kernel (kPrimitiveBadSize), divisor 0 (kPrimitiveBadDivisor).
-int ConvolveBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                   std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height,
-                   const std::int16_t* kernel, int kernelWidth, int kernelHeight, int divisor);
+int ConvolveBorder(ConstImageView source, ImageView destination, const std::int16_t* kernel, int kernelWidth,
+                   int kernelHeight, int divisor);
 
 // Rank masks of maskWidth by maskHeight. A mask of size n reaches (n - 1) / 2
 // pixels left (up) and n - 1 - (n - 1) / 2 right (down), so an even mask
 // reaches one pixel further right and down. The median is the value at index
 // (n * m - 1) / 2 of the n * m values sorted, and accepts only odd sizes
 // (kPrimitiveBadMask). Sizes below 1 are refused by all three.
-int MedianBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                 std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                 int maskHeight);
-int MinimumBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                  std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                  int maskHeight);
-int MaximumBorder(PixelLayout layout, const void* source, std::size_t sourceRowBytes, void* destination,
-                  std::size_t destinationRowBytes, std::uint32_t width, std::uint32_t height, int maskWidth,
-                  int maskHeight);
+int MedianBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight);
+int MinimumBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight);
+int MaximumBorder(ConstImageView source, ImageView destination, int maskWidth, int maskHeight);
 
 }  // namespace tarnvel

@@ -32,26 +32,29 @@ void SubtractReferences(void* frame, std::size_t rowBytes, std::uint32_t width, 
 
 }  // namespace
 
-int InvertInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height,
-                  const std::uint16_t mask[3]) {
-  if (!frame || !mask || width == 0 || height == 0) return kPrimitiveBadSize;
-  DispatchLayout(layout, [&]<class T, int C>() { Invert<T, C>(frame, rowBytes, width, height, mask); });
+int InvertInPlace(ImageView frame, const std::uint16_t mask[3]) {
+  if (frame.Empty() || !mask) return kPrimitiveBadSize;
+  DispatchLayout(frame.Layout(), [&]<class T, int C>() {
+    Invert<T, C>(frame.data, frame.rowBytes, frame.width, frame.height, mask);
+  });
   return kPrimitiveOk;
 }
 
-int MirrorInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width, std::uint32_t height,
-                  int axis) {
-  if (!frame || width == 0 || height == 0) return kPrimitiveBadSize;
+int MirrorInPlace(ImageView frame, int axis) {
+  if (frame.Empty()) return kPrimitiveBadSize;
   if (axis != 0 && axis != 1) return kPrimitiveBadMask;
-  DispatchLayout(layout, [&]<class T, int C>() { Mirror<T, C>(frame, rowBytes, width, height, axis); });
+  DispatchLayout(frame.Layout(), [&]<class T, int C>() {
+    Mirror<T, C>(frame.data, frame.rowBytes, frame.width, frame.height, axis);
+  });
   return kPrimitiveOk;
 }
 
-int SubtractRowReferenceInPlace(PixelLayout layout, void* frame, std::size_t rowBytes, std::uint32_t width,
-                                std::uint32_t height, std::int32_t mode, std::int32_t column) {
-  if (!frame || width == 0 || height == 0 || ChannelsOf(layout) != 1) return kPrimitiveBadSize;
-  if (layout == PixelLayout::Grey8) SubtractReferences<std::uint8_t>(frame, rowBytes, width, height, mode == 0, column);
-  else SubtractReferences<std::uint16_t>(frame, rowBytes, width, height, mode == 0, column);
+int SubtractRowReferenceInPlace(ImageView frame, std::int32_t mode, std::int32_t column) {
+  if (frame.Empty() || IsColour(frame.depth)) return kPrimitiveBadSize;
+  if (frame.Layout() == PixelLayout::Grey8)
+    SubtractReferences<std::uint8_t>(frame.data, frame.rowBytes, frame.width, frame.height, mode == 0, column);
+  else
+    SubtractReferences<std::uint16_t>(frame.data, frame.rowBytes, frame.width, frame.height, mode == 0, column);
   return kPrimitiveOk;
 }
 

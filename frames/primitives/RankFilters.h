@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 namespace tarnvel {
 

@@ -92,11 +92,15 @@ std::size_t ResizeScratchBytes(const ResizeDescription& d) {
   return (static_cast<std::size_t>(d.sourceHeight) + 1) * d.destinationWidth * ChannelsOf(d.layout) * sizeof(float);
 }
 
-int Resize(const ResizeDescription& description, const void* source, std::size_t sourceRowBytes, void* destination,
-           std::size_t destinationRowBytes, void* scratch) {
-  if (!source || !destination || !scratch) return kPrimitiveBadSize;
+int Resize(const ResizeDescription& description, ConstImageView source, ImageView destination, void* scratch) {
+  if (source.Empty() || destination.Empty() || !scratch) return kPrimitiveBadSize;
+  // The views must be those the description was made for.
+  if (source.width != description.sourceWidth || source.height != description.sourceHeight ||
+      destination.width != description.destinationWidth || destination.height != description.destinationHeight ||
+      source.Layout() != description.layout || destination.Layout() != description.layout)
+    return kPrimitiveBadSize;
   DispatchLayout(description.layout, [&]<class T, int C>() {
-    ResizeLayout<T, C>(description, source, sourceRowBytes, destination, destinationRowBytes,
+    ResizeLayout<T, C>(description, source.data, source.rowBytes, destination.data, destination.rowBytes,
                        static_cast<float*>(scratch));
   });
   return kPrimitiveOk;

@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 namespace tarnvel {
 
@@ -41,7 +41,7 @@ int MakeResizeDescription(ResizeKernel kernel, PixelLayout layout, std::uint32_t
 // Bytes of scratch memory that Resize needs with this description.
 std::size_t ResizeScratchBytes(const ResizeDescription& description);
 
-int Resize(const ResizeDescription& description, const void* source, std::size_t sourceRowBytes, void* destination,
-           std::size_t destinationRowBytes, void* scratch);
+// `source` and `destination` have the sizes and the layout of the description.
+int Resize(const ResizeDescription& description, ConstImageView source, ImageView destination, void* scratch);
 
 }  // namespace tarnvel

@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <mutex>
 
+#include "platform/cordage/TextTable.h"
+
 namespace tarnvel {
 namespace {
 
-const std::map<int, std::string>& BuiltInTexts() {
-  static const std::map<int, std::string> texts = {
+TextTable& Texts() {
+  static TextTable texts({
       {kMsgOutputFolderFailed, "The output folder %s cannot be created."},
       {kMsgArgsFolderMissing, "The folder %s of the argument file does not exist."},
       {kMsgProfileUnreadable, "The recording's profile _config.pgv cannot be read: this folder holds no recording."},
@@ -17,12 +19,11 @@ const std::map<int, std::string>& BuiltInTexts() {
       {kMsgFrameFailedPositive, "A frame was refused by the source or the output file %s."},
       {kMsgConfirmAbort, "Do you really want to abort the conversion?"},
       {kMsgPathTooLong, "The path %s is too long for a job; it was not added."},
-  };
+  });
   return texts;
 }
 
-std::mutex g_mutex;
-std::map<int, std::string> g_catalogue;
+std::mutex g_mutex;  // the handler
 
 int StandardErrorHandler(int number, int style, const std::string& text) {
   const char* kind = number < 1000 ? "error" : number < 2000 ? "warning" : "message";
@@ -50,15 +51,8 @@ int StyleOf(int number) {
 }
 
 std::string MessageText(int number, const char* argument) {
-  std::string text;
-  {
-    std::lock_guard lock(g_mutex);
-    if (auto it = g_catalogue.find(number); it != g_catalogue.end()) text = it->second;
-  }
-  if (text.empty()) {
-    auto it = BuiltInTexts().find(number);
-    text = it != BuiltInTexts().end() ? it->second : "Message " + std::to_string(number) + " %s";
-  }
+  std::string text = Texts().Find(number).value_or("");
+  if (text.empty()) text = "Message " + std::to_string(number) + " %s";
   const std::size_t slot = text.find("%s");
   if (slot != std::string::npos) text.replace(slot, 2, argument ? argument : "");
   // An empty argument leaves no double blank behind.
@@ -67,10 +61,24 @@ std::string MessageText(int number, const char* argument) {
   return text;
 }
 
-void SetMessageCatalogue(std::map<int, std::string> texts) {
-  std::lock_guard lock(g_mutex);
-  g_catalogue = std::move(texts);
+std::vector<int> BuiltInMessageNumbers() { return Texts().Numbers(); }
+
+void SetMessageCatalogue(std::map<int, std::string> texts) { Texts().SetCatalogue(std::move(texts)); }
+
+namespace {
+
+TextTable& Strings() {
+  static TextTable strings({});
+  return strings;
 }
+
+}  // namespace
+
+std::string CatalogueText(int number, std::string_view builtIn) {
+  return Strings().Find(number).value_or(std::string(builtIn));
+}
+
+void SetStringCatalogue(std::map<int, std::string> texts) { Strings().SetCatalogue(std::move(texts)); }
 
 void SetMessageHandler(MessageHandler handler) {
   std::lock_guard lock(g_mutex);

@@ -7,6 +7,8 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tarnvel {
 
@@ -39,6 +41,15 @@ int StyleOf(int number);
 // is inserted as text, never used as a format). Unknown numbers give a text
 // that names the number.
 std::string MessageText(int number, const char* argument = nullptr);
+
+// Every number that has a built-in text, in ascending order.
+std::vector<int> BuiltInMessageNumbers();
+
+// The loaded language catalogue's text of a numbered string (labels, list
+// entries, headings; the catalogue's section "Strings"), else `builtIn`.
+// Nothing is put in place: patterns stay as they are.
+std::string CatalogueText(int number, std::string_view builtIn);
+void SetStringCatalogue(std::map<int, std::string> texts);
 
 // Replaces the texts of the given numbers (a language catalogue); numbers it
 // lacks keep the built-in English text.

@@ -14,7 +14,7 @@
 #include "platform/cordage/TextField.h"
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/MovieCodecs.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 
 namespace tarnvel {
 
@@ -75,7 +75,7 @@ int CheckFrame(const OutputFile& out, std::uint32_t index, std::uint32_t total,
   if (!framekit::DepthAllowed(depth, Has(*out.type, framekit::kDeep))) return kFkUnsupportedDepth;
   if (header->mosaic && depth > 16) return kFkUnsupportedDepth;
   const std::uint64_t bytes = std::uint64_t{header->width} * header->height *
-                              framekit::LayoutOfDepth(depth).bytesPerPixel;
+                              FormatOfDepth(depth).bytesPerPixel;
   if (bytes > kMaxFrameBytes) return kFkBadArgument;
   return 0;
 }

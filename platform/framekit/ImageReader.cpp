@@ -7,7 +7,7 @@
 
 #include "platform/cordage/TextField.h"
 #include "platform/framekit/FrameKit.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 
 namespace tarnvel::framekit {
 
@@ -98,7 +98,7 @@ int LoadImage(const char* path, int frameIndex, std::uint32_t rowLength, std::ui
   framekit::DecodedFrame frame;
   if (const int r = file->ReadFrame(static_cast<std::uint32_t>(frameIndex), frame); r != 0) return r;
   const std::uint32_t depth = info.mosaic ? info.bits / 3 : info.bits;
-  const std::size_t pixelRow = std::size_t{info.width} * framekit::LayoutOfDepth(depth).bytesPerPixel;
+  const std::size_t pixelRow = std::size_t{info.width} * FormatOfDepth(depth).bytesPerPixel;
   const bool alpha = !frame.alpha.empty();
   if (alpha && rowLength < info.width) return kFkBadArgument;
   const std::size_t colourRow = alpha ? rowLength - info.width : rowLength;

@@ -126,6 +126,34 @@ TEST(Cli, AnArgumentFileNamedFromItsOwnFolder) {
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "here000002.tif")) << output;
 }
 
+// --save keeps the parallel count for later runs, as the Options dialog does.
+TEST(Cli, ParallelCountSaved) {
+  test::TempDir dir;
+  const std::string env =
+      "TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " TARNVEL_MACHINE_REGISTRY=" + dir.File("m.reg") + " ";
+  std::string output;
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --parallel 3 --save", &output), 1);
+  EXPECT_NE(output.find("nothing saved"), std::string::npos) << output;
+  EXPECT_FALSE(fs::exists(dir.path() / "u.reg")) << "no key is ever created";
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --save", &output), 2) << "--save needs a count";
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --parallel 13 --save", &output), 2);
+
+  test::WriteFile(dir.path() / "u.reg", "[Software\\OKN\\FathomBureau\\Settings]\nUseJumboPackets=0\n");
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --parallel 3 --save", &output), 0) << output;
+  std::string reg = test::ReadFile(dir.path() / "u.reg");
+  EXPECT_NE(reg.find("MultiThreadRawConversion=1"), std::string::npos) << reg;
+  EXPECT_NE(reg.find("MultiThreadMaxRawFiles=3"), std::string::npos) << reg;
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --parallel 1 --save", &output), 0) << output;
+  reg = test::ReadFile(dir.path() / "u.reg");
+  EXPECT_NE(reg.find("MultiThreadRawConversion=0"), std::string::npos) << "1 turns parallel conversion off";
+  EXPECT_NE(reg.find("MultiThreadMaxRawFiles=3"), std::string::npos) << "and keeps the maximum";
+
+  // A current key without UseJumboPackets is written but not read: the user is told.
+  test::WriteFile(dir.path() / "u.reg", "[Software\\OKN\\FathomBureau\\Settings]\n");
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --parallel 5 --save", &output), 0) << output;
+  EXPECT_NE(output.find("UseJumboPackets"), std::string::npos) << output;
+}
+
 TEST(Cli, UsageAndNothingToConvert) {
   std::string output;
   EXPECT_EQ(test::RunCommand(Cli(), &output), 2);

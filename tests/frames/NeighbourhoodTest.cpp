@@ -222,7 +222,9 @@ void RankFiltersAgainstTheReference(bool everyCase) {
         std::vector<std::uint8_t> src(padded * in.height, 0xEE), dst(padded * in.height, 0xAB);
         for (int y = 0; y < in.height; ++y) std::memcpy(&src[y * padded], &in.bytes[y * rowBytes], rowBytes);
         auto* primitive = kind == RankKind::Median ? &MedianBorder : kind == RankKind::Minimum ? &MinimumBorder : &MaximumBorder;
-        const int status = primitive(LayoutOfDepth(depth), src.data(), padded, dst.data(), padded, 41, 13, mw, mh);
+        const ImageView source{src.data(), padded, 41, 13, static_cast<std::uint32_t>(depth)};
+        const ImageView destination{dst.data(), padded, 41, 13, static_cast<std::uint32_t>(depth)};
+        const int status = primitive(source, destination, mw, mh);
         ASSERT_EQ(status, kind == RankKind::Median && mw % 2 == 0 ? kPrimitiveBadMask : kPrimitiveOk);
         if (status != kPrimitiveOk) continue;
         TestFrame got(41, 13, depth);
@@ -324,15 +326,23 @@ TEST(Primitives, RowLengthsLongerThanTheRowAndRefusals) {
   ConvolutionFilter g = Kernel(3, 3, 16, 0);
   const std::int16_t kernel[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
   std::copy(kernel, kernel + 9, g.coefficients);
-  ASSERT_EQ(ConvolveBorder(PixelLayout::Grey16, src.data(), padded, dst.data(), padded, 7, 5, kernel, 3, 3, 16), kPrimitiveOk);
+  const ImageView source{src.data(), padded, 7, 5, 12}, destination{dst.data(), padded, 7, 5, 12};
+  ASSERT_EQ(ConvolveBorder(source, destination, kernel, 3, 3, 16), kPrimitiveOk);
   const TestFrame want = ReferenceConvolution(in, g);
   for (int y = 0; y < 5; ++y) {
     EXPECT_EQ(0, std::memcmp(&dst[y * padded], &want.bytes[y * rowBytes], rowBytes)) << y;
     for (std::size_t b = rowBytes; b < padded; ++b) EXPECT_EQ(dst[y * padded + b], 0xAB);
   }
-  EXPECT_EQ(ConvolveBorder(PixelLayout::Grey8, src.data(), 7, dst.data(), 7, 7, 5, kernel, 3, 3, 0), kPrimitiveBadDivisor);
-  EXPECT_EQ(MedianBorder(PixelLayout::Grey8, src.data(), 7, dst.data(), 7, 7, 5, 3, 2), kPrimitiveBadMask);
-  EXPECT_EQ(MaximumBorder(PixelLayout::Color8, nullptr, 7, dst.data(), 7, 7, 5, 3, 3), kPrimitiveBadSize);
+  const ImageView grey8 = PackedView(src.data(), 7, 5, 8), grey8Out = PackedView(dst.data(), 7, 5, 8);
+  EXPECT_EQ(ConvolveBorder(grey8, grey8Out, kernel, 3, 3, 0), kPrimitiveBadDivisor);
+  EXPECT_EQ(MedianBorder(grey8, grey8Out, 3, 2), kPrimitiveBadMask);
+  EXPECT_EQ(MaximumBorder(PackedView(static_cast<std::uint8_t*>(nullptr), 7, 5, 24), grey8Out, 3, 3), kPrimitiveBadSize);
+  // A destination of another size or layout than the source is refused before a byte is written.
+  const std::vector<std::uint8_t> before = dst;
+  EXPECT_EQ(MinimumBorder(source, PackedView(dst.data(), 6, 5, 12), 3, 3), kPrimitiveBadSize);
+  EXPECT_EQ(MinimumBorder(source, PackedView(dst.data(), 7, 5, 24), 3, 3), kPrimitiveBadSize);
+  EXPECT_EQ(ConvolveBorder(source, PackedView(dst.data(), 7, 4, 12), kernel, 3, 3, 16), kPrimitiveBadSize);
+  EXPECT_EQ(dst, before);
 }
 
 }  // namespace

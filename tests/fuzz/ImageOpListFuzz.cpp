@@ -12,7 +12,7 @@
 
 #include "frames/ImageProcessor.h"
 #include "frames/ReadImageOpList.h"
-#include "frames/primitives/PixelLayout.h"
+#include "frames/primitives/Primitives.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::string folder = [] {

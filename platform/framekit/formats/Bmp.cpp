@@ -6,7 +6,7 @@
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/Bytes.h"
 
 namespace tarnvel::framekit {
@@ -22,7 +22,7 @@ class BmpWriter final : public FrameWriter {
 
   int Write(const FrameData& frame) override {
     const FrameHeader& h = *frame.header;
-    const PixelLayout layout = LayoutOfDepth(h.bits);
+    const PixelFormat layout = FormatOfDepth(h.bits);
     const std::uint32_t pixelBits = layout.channels == 3 ? 24 : 8;
     const std::uint64_t rowBytes = std::uint64_t{h.width} * layout.bytesPerPixel;
     const std::uint64_t stride = (rowBytes + 3) & ~std::uint64_t{3};

@@ -19,7 +19,7 @@
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/Bytes.h"
 
 namespace tarnvel::framekit {
@@ -106,7 +106,7 @@ class Chapter10Writer final : public FrameWriter {
     height_ = header.height;
     bits_ = header.bits;
     mosaic_ = header.mosaic;
-    layout_ = LayoutOfDepth(StoredDepth(header));
+    layout_ = FormatOfDepth(StoredDepth(header));
     rate_ = std::isfinite(header.rate) && header.rate > 0 ? header.rate : 25.0;
     // Absolute time of the first frame: the camera's time stamp (nanoseconds
     // since 1970) when the block has one, else the clock of this machine.
@@ -143,7 +143,7 @@ class Chapter10Writer final : public FrameWriter {
     line("G\\DSI-1:Camera");
     line("G\\DST-1:STO");
     line("G\\COM:Channel 2 images " + std::to_string(width_) + " x " + std::to_string(height_) + ", " +
-         std::to_string(layout_.significantBits) + " bits a sample in " + std::to_string(layout_.sampleBytes * 8) +
+         std::to_string(layout_.channelBits) + " bits a sample in " + std::to_string(layout_.sampleBytes * 8) +
          "-bit little-endian samples, " + kind + (mosaic_ ? " order " + std::to_string(header.mosaicOrder) : "") +
          ", rows top to bottom, " + RateText(rate_) + " frames a second");
     line("G\\COM:Channel 3 the 1024-byte camera block of each frame, at the relative time of its image");
@@ -241,7 +241,7 @@ class Chapter10Writer final : public FrameWriter {
   int fd_;
   bool started_ = false;
   std::uint32_t width_ = 0, height_ = 0, bits_ = 0, mosaic_ = 0;
-  PixelLayout layout_;
+  PixelFormat layout_;
   double rate_ = 25.0;
   std::uint64_t startNanoseconds_ = 0;
   std::uint64_t frameCount_ = 0;

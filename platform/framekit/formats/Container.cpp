@@ -14,7 +14,7 @@
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/Bytes.h"
 
 namespace tarnvel::framekit {
@@ -60,7 +60,7 @@ void DeltaRows(T* data, std::size_t width, std::size_t height, std::size_t chann
   }
 }
 
-void DeltaFrame(std::uint8_t* data, std::uint32_t width, std::uint32_t height, const PixelLayout& layout,
+void DeltaFrame(std::uint8_t* data, std::uint32_t width, std::uint32_t height, const PixelFormat& layout,
                 bool encode) {
   if (layout.sampleBytes == 1)
     DeltaRows(data, width, height, layout.channels, encode);
@@ -76,7 +76,7 @@ class ContainerWriter final : public FrameWriter {
   int Write(const FrameData& frame) override {
     const FrameHeader& h = *frame.header;
     const std::uint32_t depth = StoredDepth(h);
-    const PixelLayout pixels = LayoutOfDepth(depth);
+    const PixelFormat pixels = FormatOfDepth(depth);
     const std::uint64_t frameBytes = std::uint64_t{h.width} * h.height * pixels.bytesPerPixel;
     if (layout_.blockInPixels && pixels.bytesPerPixel != 1) return kFkUnsupportedDepth;
     if (!started_) {
@@ -151,7 +151,7 @@ class ContainerWriter final : public FrameWriter {
   }
 
   int WriteCompressed(const std::uint8_t* data, std::uint64_t frameBytes, const FrameHeader& h,
-                      const PixelLayout& pixels, const std::uint8_t* block) {
+                      const PixelFormat& pixels, const std::uint8_t* block) {
     delta_.assign(data, data + frameBytes);
     DeltaFrame(delta_.data(), h.width, h.height, pixels, true);
     uLongf packedBytes = compressBound(static_cast<uLong>(frameBytes));
@@ -209,7 +209,7 @@ class ContainerFile final : public ImageFile {
         ((flags & kFlagCompressed) != 0) != layout_->compressed)
       return kFkDamagedImage;
     if (const int check = CheckGeometry(info_.width, info_.height, 6); check != 0) return check;
-    pixelLayout_ = LayoutOfDepth(depth);
+    pixelLayout_ = FormatOfDepth(depth);
     frameBytes_ = std::uint64_t{info_.width} * info_.height * pixelLayout_.bytesPerPixel;
     if (GetLE<std::uint64_t>(head + kOffFrameBytes) != frameBytes_) return kFkDamagedImage;
     const std::uint32_t count = GetLE<std::uint32_t>(head + kOffFrameCount);
@@ -283,7 +283,7 @@ class ContainerFile final : public ImageFile {
   int fd_ = -1;
   std::uint64_t fileSize_ = 0, frameBytes_ = 0;
   const Layout* layout_ = nullptr;
-  PixelLayout pixelLayout_;
+  PixelFormat pixelLayout_;
   std::vector<Record> records_;
 };
 

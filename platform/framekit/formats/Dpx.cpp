@@ -8,7 +8,7 @@
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/Bytes.h"
 
 #include <algorithm>
@@ -28,7 +28,7 @@ constexpr std::size_t kImageOffset = 4, kVersion = 8, kFileSize = 16, kDittoKey 
                       kRefHighData = 792, kDescriptor = 800, kTransfer = 801, kColorimetric = 802,
                       kBitSize = 803, kPacking = 804, kEncoding = 806, kDataOffset = 808, kEolPadding = 812;
 
-std::uint64_t RowBytes(std::uint32_t width, const PixelLayout& layout) {
+std::uint64_t RowBytes(std::uint32_t width, const PixelFormat& layout) {
   const std::uint64_t bytes = std::uint64_t{width} * layout.bytesPerPixel;
   return layout.sampleBytes == 1 ? (bytes + 3) & ~std::uint64_t{3} : bytes;
 }
@@ -39,7 +39,7 @@ class DpxWriter final : public FrameWriter {
 
   int Write(const FrameData& frame) override {
     const FrameHeader& h = *frame.header;
-    const PixelLayout layout = LayoutOfDepth(h.bits);
+    const PixelFormat layout = FormatOfDepth(h.bits);
     const std::uint32_t userSize = frame.metadata ? kUserIdSize + kMetadataBlockSize : 0;
     const std::uint64_t dataOffset = kHeaderSize + userSize;
     const std::uint64_t stride = RowBytes(h.width, layout);
@@ -61,7 +61,7 @@ class DpxWriter final : public FrameWriter {
     PutBE<std::uint16_t>(head + kElements, 1);
     PutBE<std::uint32_t>(head + kPixelsPerLine, h.width);
     PutBE<std::uint32_t>(head + kLines, h.height);
-    PutBE<std::uint32_t>(head + kRefHighData, (1u << layout.significantBits) - 1);
+    PutBE<std::uint32_t>(head + kRefHighData, (1u << layout.channelBits) - 1);
     head[kDescriptor] = layout.channels == 3 ? 50 : 6;
     head[kTransfer] = 2;      // linear
     head[kColorimetric] = 2;  // linear
@@ -112,7 +112,7 @@ class DpxFile final : public ImageFile {
     info_.height = U32(h + kLines);
     if (info_.width == 0 || info_.height == 0) return kFkDamagedImage;
     if (const int check = CheckGeometry(info_.width, info_.height, 6); check != 0) return check;
-    layout_ = LayoutOfDepth(descriptor == 50 ? (bitSize == 8 ? 24 : 48) : bitSize);
+    layout_ = FormatOfDepth(descriptor == 50 ? (bitSize == 8 ? 24 : 48) : bitSize);
     offset_ = U32(h + kDataOffset);
     if (offset_ == 0 || offset_ == 0xFFFFFFFF) offset_ = U32(h + kImageOffset);
     stride_ = RowBytes(info_.width, layout_);
@@ -153,7 +153,7 @@ class DpxFile final : public ImageFile {
 
   std::vector<std::uint8_t> data_;
   bool bigEndian_ = true;
-  PixelLayout layout_;
+  PixelFormat layout_;
   std::uint64_t offset_ = 0, stride_ = 0;
 };
 

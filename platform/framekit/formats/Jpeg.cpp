@@ -11,7 +11,7 @@
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 
 namespace tarnvel::framekit {
 namespace {
@@ -80,7 +80,7 @@ class JpegWriter final : public FrameWriter {
 
   int Encode(jpeg_compress_struct& cinfo, ErrorManager& errors, const FrameData& frame) {
     const FrameHeader& h = *frame.header;
-    const PixelLayout layout = LayoutOfDepth(h.bits);
+    const PixelFormat layout = FormatOfDepth(h.bits);
     if (h.width > JPEG_MAX_DIMENSION || h.height > JPEG_MAX_DIMENSION) return kFkBadArgument;
     Destination dest{};
     dest.self = this;

@@ -25,7 +25,7 @@ extern "C" {
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/MovieCodecs.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 
 namespace tarnvel::framekit {
 namespace {
@@ -258,7 +258,7 @@ class MovieWriter final : public FrameWriter {
     width_ = header.width;
     height_ = header.height;
     bits_ = header.bits;
-    colour_ = LayoutOfDepth(header.bits).channels == 3;
+    colour_ = FormatOfDepth(header.bits).channels == 3;
     const Encoder& encoder = *FindEncoder(ChosenHandler());
     const AVCodec* codec = avcodec_find_encoder_by_name(encoder.ffmpegName);
     if (codec == nullptr) return Failure(kFkCodecFailed);

@@ -13,7 +13,7 @@
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 
 namespace tarnvel::framekit {
 namespace {
@@ -47,7 +47,7 @@ class PngWriter final : public FrameWriter {
   // Keeps no C++ objects alive across the encoder's calls: an error jumps back here.
   int Encode(png_structp png, png_infop info, const FrameData& frame) {
     const FrameHeader& h = *frame.header;
-    const PixelLayout layout = LayoutOfDepth(h.bits);
+    const PixelFormat layout = FormatOfDepth(h.bits);
     if (setjmp(png_jmpbuf(png))) return out_.Failed() ? kFkWriteFailed : kFkCodecFailed;
     png_set_write_fn(png, &out_, WriteData, FlushData);
     png_set_compression_level(png, 1);
@@ -58,9 +58,9 @@ class PngWriter final : public FrameWriter {
     png_set_IHDR(png, info, h.width, h.height, sampleBits,
                  layout.channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (static_cast<int>(layout.significantBits) < sampleBits) {
+    if (static_cast<int>(layout.channelBits) < sampleBits) {
       png_color_8 sig{};
-      const auto s = static_cast<png_byte>(layout.significantBits);
+      const auto s = static_cast<png_byte>(layout.channelBits);
       sig.red = sig.green = sig.blue = sig.gray = s;
       png_set_sBIT(png, info, &sig);
     }

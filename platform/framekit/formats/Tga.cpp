@@ -7,7 +7,7 @@
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
 #include "platform/framekit/OutputStream.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/Bytes.h"
 
 namespace tarnvel::framekit {
@@ -25,7 +25,7 @@ class TgaWriter final : public FrameWriter {
   int Write(const FrameData& frame) override {
     const FrameHeader& h = *frame.header;
     if (h.width > 0xFFFF || h.height > 0xFFFF) return kFkBadArgument;
-    const PixelLayout layout = LayoutOfDepth(h.bits);
+    const PixelFormat layout = FormatOfDepth(h.bits);
     std::uint8_t head[kHeaderSize] = {};
     head[2] = layout.channels == 3 ? 2 : 3;
     PutLE<std::uint16_t>(head + 12, static_cast<std::uint16_t>(h.width));

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/framekit/FrameKit.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 
 namespace tarnvel::framekit {
 namespace {
@@ -45,7 +45,7 @@ TIFF* OpenTiffOnDescriptor(int fd, const char* path, std::uint64_t estimatedByte
 
 int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& options) {
   const FrameHeader& header = *frame.header;
-  const PixelLayout layout = LayoutOfDepth(header.bits);
+  const PixelFormat layout = FormatOfDepth(header.bits);
   const std::uint32_t sampleBits = layout.sampleBytes * 8;
   TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, header.width);
   TIFFSetField(tif, TIFFTAG_IMAGELENGTH, header.height);
@@ -57,7 +57,7 @@ int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& op
   TIFFSetField(tif, TIFFTAG_COMPRESSION, options.compression);
   if (options.compression == COMPRESSION_LZW || options.compression == COMPRESSION_ADOBE_DEFLATE)
     TIFFSetField(tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
-  const std::uint32_t maxValue = (1u << layout.significantBits) - 1;
+  const std::uint32_t maxValue = (1u << layout.channelBits) - 1;
   if (options.linearRaw) {
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, 34892 /* LinearRaw */);
     const std::uint32_t levels[3] = {maxValue, maxValue, maxValue};
@@ -65,7 +65,7 @@ int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& op
   } else {
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC,
                  layout.channels == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
-    if (layout.significantBits < sampleBits)
+    if (layout.channelBits < sampleBits)
       TIFFSetField(tif, TIFFTAG_MAXSAMPLEVALUE, static_cast<std::uint16_t>(maxValue));
   }
   if (options.page) {

@@ -8,13 +8,13 @@
 
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
-#include "platform/framekit/PixelLayout.h"
+#include "platform/framekit/PixelRows.h"
 #include "platform/framekit/formats/TiffCommon.h"
 
 namespace tarnvel::framekit {
 namespace {
 
-void SetDngTags(TIFF* tif, const PixelLayout& layout) {
+void SetDngTags(TIFF* tif, const PixelFormat& layout) {
   static const std::uint8_t kVersion[4] = {1, 4, 0, 0};
   static const std::uint8_t kBackwardVersion[4] = {1, 1, 0, 0};
   TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
@@ -44,7 +44,7 @@ class TiffWriter final : public FrameWriter {
   ~TiffWriter() override { Finish(); }
 
   int Write(const FrameData& frame) override {
-    const PixelLayout layout = LayoutOfDepth(frame.header->bits);
+    const PixelFormat layout = FormatOfDepth(frame.header->bits);
     if (tif_ == nullptr) {
       if (fd_ < 0) return kFkWriteFailed;
       const FrameHeader& h = *frame.header;

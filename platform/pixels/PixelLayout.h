@@ -1,20 +1,19 @@
 // The four pixel layouts that every frame of the converter is stored in, and
-// the one place where a depth turns into a layout.
+// the one place where a depth turns into a layout. Image processing, the
+// overlay, the frame step and the image library all ask here.
 //
 // Depth is the number of bits per pixel over all channels:
 //   1 to 8      8-bit grey     one byte
 //   9 to 16     16-bit grey    one 16-bit word, value in the low `depth` bits
-//   17 to 24    8-bit colour   three bytes: blue, green, red
+//   17 to 24    8-bit colour   three bytes: blue, green, red, each in the low
+//                              depth / 3 bits
 //   25 and up   16-bit colour  three 16-bit words: blue, green, red, each in
 //                              the low depth / 3 bits
-// Rows are tightly packed, top row first. A primitive is written once as a
-// template over the sample type and the channel count, and a frame picks its
-// instance once through DispatchLayout.
+// Rows are tightly packed, top row first, unless a view says otherwise.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 
 namespace tarnvel {
 
@@ -35,6 +34,8 @@ constexpr std::uint32_t SampleBytesOf(PixelLayout layout) {
   return layout == PixelLayout::Grey8 || layout == PixelLayout::Color8 ? 1 : 2;
 }
 
+constexpr bool IsColour(std::uint32_t depth) { return ChannelsOf(LayoutOfDepth(depth)) == 3; }
+
 constexpr std::uint32_t BytesPerPixel(std::uint32_t depth) {
   const PixelLayout layout = LayoutOfDepth(depth);
   return ChannelsOf(layout) * SampleBytesOf(layout);
@@ -53,13 +54,26 @@ constexpr std::uint32_t ChannelBits(std::uint32_t depth) {
 // Full scale of a channel: 2 to the power ChannelBits, minus 1.
 constexpr std::uint32_t FullScale(std::uint32_t depth) { return (1u << ChannelBits(depth)) - 1u; }
 
-// Statuses of the primitives; callers of the processor drop them.
-constexpr int kPrimitiveOk = 0;
-constexpr int kPrimitiveNoMemory = -4;
-constexpr int kPrimitiveBadSize = -6;
-constexpr int kPrimitiveBadDivisor = -10;
-constexpr int kPrimitiveBadMask = -33;
-constexpr int kPrimitiveBadMethod = -34;
+// An 8-bit channel value (a drawn bitmap's) at the channel depth of `depth`:
+// shifted up by ChannelBits - 8, or down when the channel holds fewer bits.
+constexpr std::uint32_t FromEightBits(std::uint32_t value, std::uint32_t depth) {
+  const int shift = static_cast<int>(ChannelBits(depth)) - 8;
+  return shift >= 0 ? value << shift : value >> -shift;
+}
+
+// Everything a writer or reader of files asks about a depth, in one record.
+struct PixelFormat {
+  PixelLayout layout = PixelLayout::Grey8;
+  std::uint32_t channels = 1;       // 1 grey, 3 blue-green-red
+  std::uint32_t sampleBytes = 1;    // 1 or 2
+  std::uint32_t bytesPerPixel = 1;  // channels * sampleBytes
+  std::uint32_t channelBits = 8;    // significant bits of one channel
+};
+
+constexpr PixelFormat FormatOfDepth(std::uint32_t depth) {
+  const PixelLayout layout = LayoutOfDepth(depth);
+  return {layout, ChannelsOf(layout), SampleBytesOf(layout), BytesPerPixel(depth), ChannelBits(depth)};
+}
 
 // Calls f.template operator()<Sample, Channels>() for the layout.
 template <class F>
@@ -71,16 +85,6 @@ decltype(auto) DispatchLayout(PixelLayout layout, F&& f) {
     case PixelLayout::Color16: break;
   }
   return f.template operator()<std::uint16_t, 3>();
-}
-
-// Row access over a byte buffer with a row length in bytes.
-template <class T>
-inline T* RowOf(void* base, std::size_t rowBytes, std::size_t y) {
-  return reinterpret_cast<T*>(static_cast<std::uint8_t*>(base) + y * rowBytes);
-}
-template <class T>
-inline const T* RowOf(const void* base, std::size_t rowBytes, std::size_t y) {
-  return reinterpret_cast<const T*>(static_cast<const std::uint8_t*>(base) + y * rowBytes);
 }
 
 }  // namespace tarnvel

@@ -1,5 +1,6 @@
-// How a depth lies in memory, and the small pixel moves that the file
-// formats need: swapping blue and red, and 16-bit byte order.
+// The small pixel moves that the file formats need: swapping blue and red,
+// and 16-bit byte order. How a depth lies in memory is the one rule of
+// platform/pixels/PixelLayout.h.
 #pragma once
 
 #include <cstddef>
@@ -7,26 +8,9 @@
 #include <cstring>
 
 #include "platform/framekit/FrameHeader.h"
+#include "platform/pixels/PixelLayout.h"
 
 namespace tarnvel::framekit {
-
-struct PixelLayout {
-  std::uint32_t channels = 1;         // 1 grey, 3 blue-green-red
-  std::uint32_t sampleBytes = 1;      // 1 or 2
-  std::uint32_t significantBits = 8;  // per channel
-  std::uint32_t bytesPerPixel = 1;
-};
-
-// 1 to 8 bits: a byte; 9 to 16: a 16-bit word; 17 to 24: three bytes; above:
-// three 16-bit words. Values are right-aligned.
-constexpr PixelLayout LayoutOfDepth(std::uint32_t bits) {
-  PixelLayout layout;
-  layout.channels = bits > 16 ? 3 : 1;
-  layout.sampleBytes = layout.channels == 1 ? (bits <= 8 ? 1 : 2) : (bits <= 24 ? 1 : 2);
-  layout.significantBits = layout.channels == 1 ? bits : bits / 3;
-  layout.bytesPerPixel = layout.channels * layout.sampleBytes;
-  return layout;
-}
 
 // The depth of the pixels as they lie in the buffer: a mosaic frame is one
 // plane of a third of the header's depth.
@@ -67,7 +51,7 @@ void CopyPixels(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels) 
 
 // One row in file order: red first (when `rgb`), big-endian words (when `bigEndian`).
 inline void ConvertRow(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels,
-                       const PixelLayout& layout, bool rgb, bool bigEndian) {
+                       const PixelFormat& layout, bool rgb, bool bigEndian) {
   const bool swapChannels = rgb && layout.channels == 3;
   const bool swapBytes = bigEndian && layout.sampleBytes == 2;
   if (!swapChannels && !swapBytes) {
