@@ -1,8 +1,7 @@
 // The per-job pixel engine: the frame's geometry, the maps of the last point
-// operations and the scratch buffer that the neighbourhood filters,
-// the depth conversion and the scaling share. A pointer that one of them
-// returns into the scratch buffer is valid until the next call into any of
-// them. One processor belongs to one job's worker thread.
+// operations and the scratch buffer of the depth conversion. A pointer that
+// ConvertDepth returns into the scratch buffer is valid until its next
+// call. One processor belongs to one job's worker thread.
 #pragma once
 
 #include <cstddef>
