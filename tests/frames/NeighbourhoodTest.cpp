@@ -291,7 +291,7 @@ TEST(RankFilters, MedianNetworksSortRowsAndPickTheMiddle) {
   EXPECT_LE(kSortedRowsMedian5.count + kRowSort5.count, 80u);
 }
 
-TEST(Neighbourhood, RefusedKernelsAndMasksLeaveZerosAndNeverFault) {
+void RefusedKernelsAndHugeMasks() {
   std::mt19937 rng(3);
   for (int depth : {8, 16, 24, 36}) {
     for (auto [sx, sy, divisor] : {std::array{0, 3, 1}, {3, -1, 1}, {11, 10, 1}, {300, 1, 1}, {3, 3, 0}, {INT32_MAX, INT32_MAX, 1}})
@@ -314,6 +314,10 @@ TEST(Neighbourhood, RefusedKernelsAndMasksLeaveZerosAndNeverFault) {
     const TestFrame in = test::RandomFrame(5, 5, 12, rng);
     EXPECT_EQ(Applied(code, in, row).bytes, in.bytes) << code << " row " << row;
   }
+}
+
+TEST(Neighbourhood, RefusedKernelsAndMasksLeaveZerosAndNeverFault) {
+  test::AtEveryLevel([] { RefusedKernelsAndHugeMasks(); });
 }
 
 TEST(Primitives, RowLengthsLongerThanTheRowAndRefusals) {
