@@ -11,6 +11,9 @@
 // second Ctrl-C aborts all jobs, which end through their normal tear-down.
 // --parallel N --save keeps N in the settings, as the desktop's Options
 // dialog does (1 turns parallel conversion off).
+// --batch-entry converts one entry of a batch alone and ends with a line
+// that tells how; --slurm and --slurm-report spread a batch over a Slurm
+// cluster (apps/cli/ClusterCommands).
 #include <unistd.h>
 
 #include <atomic>
@@ -23,6 +26,7 @@
 #include <thread>
 
 #include "apps/cli/CliArguments.h"
+#include "apps/cli/ClusterCommands.h"
 #include "engine/DecodeRaw.h"
 #include "platform/cordage/Messages.h"
 #include "platform/rawdrv/RawDriver.h"
@@ -62,6 +66,7 @@ int SaveParallel(int parallel) {
 
 int main(int argc, char** argv) {
   using namespace tarnvel;
+  if (const std::optional<int> status = RunClusterCommand(argc, argv)) return *status;
   const CliParse parse = ParseCliArguments(argc, argv);
   if (parse.arguments.help) {
     std::fputs(CliHelpText().c_str(), stdout);
@@ -105,7 +110,10 @@ int main(int argc, char** argv) {
         error != 0)
       std::fprintf(stderr, "tarnvel-cli: cannot listen on %s: %s\n", socket.c_str(), std::strerror(error));
   }
-  if (const std::string wrong = AddCliJobs(scheduler, console, arguments); !wrong.empty()) {
+  EntryAdded entryAdded = EntryAdded::Added;
+  if (arguments.batchEntry) {
+    entryAdded = AddBatchEntry(scheduler, console, arguments.paths.front(), *arguments.batchEntry);
+  } else if (const std::string wrong = AddCliJobs(scheduler, console, arguments); !wrong.empty()) {
     std::fprintf(stderr, "%s", wrong.c_str());
     listener.Stop();
     scheduler.Close();
@@ -139,6 +147,8 @@ int main(int argc, char** argv) {
   listener.Stop();
   scheduler.Close();
   DriverExit();
+  if (arguments.batchEntry)
+    PrintEntryEnd(stdout, arguments.paths.front(), *arguments.batchEntry, entryAdded, list, console);
 
   int failed = 0;
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "channels/DataPlot.h"
+#include "engine/CaptureInfo.h"
 #include "engine/DecodeRaw.h"
 #include "engine/FrameMetadata.h"
 #include "engine/ImageSink.h"
@@ -145,7 +146,11 @@ int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNum
     if (rawFrame_.hasCameraBlock) source.cameraBlock = rawFrame_.cameraBlock.data();
     exposure = rec.AEEnable ? rawFrame_.autoExposureNs : rawSource_.ExposureNs();
   };
+  // The frame's block, and what the recording tells about it for the formats that record it.
   auto buildBlock = [&] {
+    const CaptureInfo capture = DescribeCapture(rec, rawFrame_.time, frameNumber, sequenceIndex, exposure,
+                                                source.modelText, FormatSerial(source.modelNumber, source.serial));
+    SetCaptureInfo(out, &capture);
     if (type == kTypeChapter10) {
       source.gevValues = rawFrame_.gevValues.data();
       source.gevTime = rawFrame_.gevTime.data();

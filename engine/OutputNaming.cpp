@@ -47,6 +47,20 @@ std::string Dotted(std::string_view stem, std::string_view extension) {
   return name;
 }
 
+// The destination plus the recording folder's last component; a recording
+// folder given as a bare relative name is its own last component.
+std::string PlainOutputFolder(std::string_view recordingFolder, std::string_view destFolder) {
+  return JoinPath(destFolder, LastComponent(recordingFolder));
+}
+
+// The plain folder for 0, "<plain>(001)" to "<plain>(999)" for 1 to 999.
+std::string NumberedFolder(const std::string& plain, int n) {
+  if (n == 0) return plain;
+  char suffix[8];
+  std::snprintf(suffix, sizeof suffix, "(%03d)", n);
+  return plain + suffix;
+}
+
 }  // namespace
 
 std::string RecordingFolderOf(std::string_view argsPath) { return std::string(FolderOf(argsPath)); }
@@ -57,29 +71,41 @@ int ChooseOutputFolder(std::string_view recordingFolder, std::string_view destFo
     out.folder.assign(recordingFolder);
     return out.folder.size() > kMaxFolderPath ? kMsgOutputFolderFailed : 0;
   }
-  // A recording folder given as a bare relative name is its own last component.
-  const std::string plain = JoinPath(destFolder, LastComponent(recordingFolder));
+  const std::string plain = PlainOutputFolder(recordingFolder, destFolder);
   out.folder = plain;
-  if (Exists(plain)) {
-    for (int n = 1; n <= kFolderNumbers; ++n) {
-      char suffix[8];
-      std::snprintf(suffix, sizeof suffix, "(%03d)", n);
-      std::string candidate = plain + suffix;
-      if (!Exists(candidate)) {
-        out.folder = std::move(candidate);
-        break;
-      }
-    }
-  }
+  for (int n = 1; n <= kFolderNumbers && Exists(out.folder); ++n) out.folder = NumberedFolder(plain, n);
+  if (Exists(out.folder)) out.folder = plain;  // every number taken
   if (out.folder.size() > kMaxFolderPath) return kMsgOutputFolderFailed;
   out.copyProfile = !EqualsNoCase(out.folder, recordingFolder);
   return 0;
 }
 
 int SettleOutputFolder(std::string_view recordingFolder, std::string_view destFolder, OutputFolder& out) {
-  const int status = ChooseOutputFolder(recordingFolder, destFolder, out);
-  if (status != 0 || destFolder.empty()) return status;
-  if (CgCreateNewDirectory(out.folder.c_str()) == kCreateFolderFailed) return kMsgOutputFolderFailed;
+  if (destFolder.empty()) return ChooseOutputFolder(recordingFolder, destFolder, out);
+  out.copyProfile = false;
+  const std::string plain = PlainOutputFolder(recordingFolder, destFolder);
+  out.folder = plain;
+  if (plain.size() > kMaxFolderPath) return kMsgOutputFolderFailed;
+  if (CgCreateNewDirectory(std::string(FolderOf(plain)).c_str()) == kCreateFolderFailed) return kMsgOutputFolderFailed;
+  // Each name is claimed by making it, never tested first: jobs of other
+  // processes, on other machines too, may be choosing in this folder now.
+  for (int n = 0; n <= kFolderNumbers; ++n) {
+    std::string candidate = NumberedFolder(plain, n);
+    if (candidate.size() > kMaxFolderPath) {
+      out.folder = std::move(candidate);
+      return kMsgOutputFolderFailed;
+    }
+    const FolderClaim claim = ClaimNewDirectory(candidate.c_str());
+    if (claim == FolderClaim::Taken) continue;
+    out.folder = std::move(candidate);
+    if (claim == FolderClaim::Failed) return kMsgOutputFolderFailed;
+    out.copyProfile = !EqualsNoCase(out.folder, recordingFolder);
+    return 0;
+  }
+  // Every number is taken: the plain folder serves as it is.
+  std::error_code ec;
+  if (!std::filesystem::is_directory(plain, ec)) return kMsgOutputFolderFailed;
+  out.copyProfile = !EqualsNoCase(plain, recordingFolder);
   return 0;
 }
 

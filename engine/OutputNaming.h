@@ -40,8 +40,12 @@ struct OutputFolder {
 // (`out.folder` then holds the overlong text for the message).
 int ChooseOutputFolder(std::string_view recordingFolder, std::string_view destFolder, OutputFolder& out);
 
-// ChooseOutputFolder, then creates the folder (only with a destination).
-// Returns 0 or kMsgOutputFolderFailed.
+// Where the output of a recording goes, by the rule of ChooseOutputFolder,
+// and with a destination the folder made: the destination with its parents,
+// then the first of the plain name and "(001)" to "(999)" that this call
+// could create itself. Jobs in other processes or on other machines that
+// settle folders of the same name in one destination at once each get a
+// folder of their own. Returns 0 or kMsgOutputFolderFailed.
 int SettleOutputFolder(std::string_view recordingFolder, std::string_view destFolder, OutputFolder& out);
 
 // A multi-frame file: "<folder>/<base>.<ext>", or "<folder>/<base>(00).<ext>"

@@ -22,12 +22,15 @@ packages=(
   qt6-base-dev xvfb xauth trayer python3-xlib desktop-file-utils
   # independent readers that the tests check written files with
   libtiff-tools ffmpeg python3 python3-pil python3-numpy dcraw
+  imagemagick pngcheck libimage-exiftool-perl python3-png
   # locale sources: the tests compile regional settings to read them back
   locales
   # a second reader of the channel workbooks that the generator writes
   python3-xlrd
   # fuzz targets (libFuzzer) are built with clang
   clang libclang-rt-14-dev
+  # a single-node Slurm cluster that the job-array test starts and stops itself
+  slurmctld slurmd slurm-client munge
 )
 if [[ "${1:-}" == "--bench" ]]; then
   packages+=(libopencv-dev hyperfine)

@@ -8,14 +8,11 @@
 #include <string>
 
 #include "engine/JobOverrides.h"
+#include "ui/BatchFile.h"
 #include "ui/FrontEnd.h"
 #include "ui/Scheduler.h"
 
 namespace tarnvel {
-
-inline constexpr const char* kBatchSignature = "OKN Fathom Bureau Raw Batch File V 1.00";
-// Entries of a batch file read at most; a larger "Count" reads this many.
-constexpr int kMaxBatchEntries = 100000;
 
 // The options dialog of a job file: fills `overrides` and returns true on
 // Convert, false on Cancel. The desktop shows its dialog; other front ends
@@ -31,8 +28,18 @@ using OptionsChooser = std::function<bool(const std::string& argsPath, JobOverri
 void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
              const OptionsChooser& chooseOptions = nullptr, const std::string& destination = {});
 
-// Whether AddFile takes `path` for a batch file: ".bat" anywhere in it, in any case.
-bool IsBatchPath(const std::string& path);
+// The job of one entry of a batch file, added exactly as AddFile adds it
+// among the others: the destination made first (message 33 when it cannot
+// be), the same settings, message 1062 for an overlong path; then the
+// scheduler is woken. A batch spread over a cluster runs each entry in a
+// process of its own this way.
+enum class EntryAdded { Added, NotABatch, NoSuchEntry, Refused };
+EntryAdded AddBatchEntry(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& batchPath, std::int32_t number);
+
+// Makes the batch's destination folder, with its parents, as AddFile does
+// before it adds any job of the batch: false, with message 33 shown, when it
+// cannot be made. True without a destination.
+bool MakeBatchDestination(FrontEnd& frontEnd, const BatchFile& batch);
 
 // The start values of the overrides that AddFile hands on.
 JobOverrides AddFileOverrides();

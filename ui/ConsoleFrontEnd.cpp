@@ -78,13 +78,20 @@ int ConsoleFrontEnd::ShowMessage(int number, int style, const std::string& text)
   const char* kind = number < 1000 ? "error" : number < 2000 ? "warning" : "message";
   std::fprintf(err_, "tarnvel-cli: %s %d: %s\n", kind, number, text.c_str());
   std::fflush(err_);
+  const bool question = (style & 0xF) == 4;
+  if (!question && SeverityOf(number) != Severity::Information) lastProblem_ = Shown{number, text};
   // Nobody to ask: a question (Abort) is answered yes, since the user asked for it.
-  return (style & 0xF) == 4 ? kAnswerYes : kAnswerOk;
+  return question ? kAnswerYes : kAnswerOk;
 }
 
 void ConsoleFrontEnd::RequestClose() {
   std::lock_guard lock(mutex_);
   closeRequested_ = true;
+}
+
+std::optional<ConsoleFrontEnd::Shown> ConsoleFrontEnd::LastProblem() const {
+  std::lock_guard lock(mutex_);
+  return lastProblem_;
 }
 
 bool ConsoleFrontEnd::CloseRequested() const {

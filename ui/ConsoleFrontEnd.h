@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "ui/FrontEnd.h"
@@ -31,6 +32,13 @@ class ConsoleFrontEnd : public FrontEnd {
 
   bool CloseRequested() const;
 
+  // The last error or warning shown, questions aside: why a run failed.
+  struct Shown {
+    int number = 0;
+    std::string text;
+  };
+  std::optional<Shown> LastProblem() const;
+
   // "[#####.....]" of `width` cells for done of total.
   static std::string Bar(std::int32_t done, std::int32_t total, int width);
   // Frames per second and seconds left from frames done, total and elapsed seconds.
@@ -51,6 +59,7 @@ class ConsoleFrontEnd : public FrontEnd {
   mutable std::recursive_mutex mutex_;
   std::map<std::uint32_t, Seen> seen_;
   bool closeRequested_ = false;
+  std::optional<Shown> lastProblem_;
 };
 
 }  // namespace tarnvel

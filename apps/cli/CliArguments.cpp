@@ -8,6 +8,7 @@
 #include "engine/OutputNaming.h"
 #include "platform/cordage/TextField.h"
 #include "ui/AddFile.h"
+#include "ui/ClusterBatch.h"
 #include "ui/CodecChoice.h"
 #include "ui/ConversionOptions.h"
 
@@ -152,12 +153,6 @@ struct OptionReader {
   }
 };
 
-std::string WholePath(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path whole = std::filesystem::absolute(path, error);
-  return error ? path : whole.string();
-}
-
 // Checks a value that is wrong whatever the recording; empty when it is fine.
 std::string CheckValue(std::string_view name, std::string& value) {
   if (name == "--type") {
@@ -181,6 +176,8 @@ std::string CheckValue(std::string_view name, std::string& value) {
     if (value.empty()) return "--dest needs a folder";
     value = WholePath(value);
     if (value.size() >= kPathField) return "--dest " + value + ": a folder path takes at most " + std::to_string(kPathField - 1) + " characters";
+  } else if (name == "--batch-entry") {
+    if (!ParseEntryNumber(value)) return "--batch-entry " + value + ": an entry number of the batch file, 0 to " + std::to_string(kMaxBatchEntries - 1);
   } else if (name == "--parallel") {
     const auto n = WholeNumber(value);
     if (!n || *n < 1 || *n > 12) return "--parallel " + value + ": a number of jobs from 1 to 12";
@@ -188,7 +185,22 @@ std::string CheckValue(std::string_view name, std::string& value) {
   return "";
 }
 
+// --batch-entry: one entry of one batch file, with the batch's own settings.
+std::string TakeBatchEntry(CliArguments& a, const std::string& entry, bool choices) {
+  a.batchEntry = ParseEntryNumber(entry);
+  if (a.paths.size() != 1 || !IsBatchPath(a.paths.front())) return "--batch-entry converts an entry of one batch file: give one BATCH.bat";
+  if (a.listen) return "--batch-entry and --listen do not go together";
+  if (choices) return "--batch-entry: a batch file carries its own output settings and destination";
+  return "";
+}
+
 }  // namespace
+
+std::string WholePath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path whole = std::filesystem::absolute(path, error);
+  return error ? path : whole.string();
+}
 
 bool OutputChoices::Any() const {
   return fileType || depth || bitRange || rate || codec || quality || resetNumbering || deleteRaw;
@@ -198,10 +210,10 @@ CliParse ParseCliArguments(int argc, const char* const* argv) {
   CliParse parse;
   CliArguments& a = parse.arguments;
   OutputChoices& c = a.choices;
-  std::optional<std::string> parallel;
+  std::optional<std::string> parallel, batchEntry;
   const std::pair<const char*, std::optional<std::string>*> valued[] = {
-      {"--type", &c.fileType}, {"--depth", &c.depth}, {"--bit-range", &c.bitRange}, {"--rate", &c.rate},
-      {"--codec", &c.codec},   {"--quality", &c.quality}, {"--parallel", &parallel}};
+      {"--type", &c.fileType}, {"--depth", &c.depth},       {"--bit-range", &c.bitRange},   {"--rate", &c.rate},
+      {"--codec", &c.codec},   {"--quality", &c.quality}, {"--parallel", &parallel}, {"--batch-entry", &batchEntry}};
   const std::pair<const char*, std::optional<bool>*> switches[] = {{"--reset-numbering", &c.resetNumbering},
                                                                    {"--delete-raw", &c.deleteRaw}};
   bool pathsOnly = false;
@@ -245,6 +257,7 @@ CliParse ParseCliArguments(int argc, const char* const* argv) {
   else if (a.paths.empty() && !a.listen && !a.save) parse.error = "no PATH to convert";
   else if (a.paths.empty() && (c.Any() || destination))
     parse.error = "the output choices and --dest apply to the PATH arguments, and none is given";
+  else if (batchEntry) parse.error = TakeBatchEntry(a, *batchEntry, c.Any() || destination);
   return parse;
 }
 
@@ -271,6 +284,9 @@ std::string ApplyChoices(const OutputChoices& choices, ConversionOptionsModel& m
 std::string CliHelpText() {
   std::string text = R"(usage: tarnvel-cli [OPTION]... PATH...
        tarnvel-cli --listen [OPTION]... [PATH]...
+       tarnvel-cli --batch-entry K BATCH.bat
+       tarnvel-cli --slurm BATCH.bat [--partition P] [--max-tasks N] [--sbatch-arg ARG]...
+       tarnvel-cli --slurm-report JOBID BATCH.bat
 
 Converts recordings. Each PATH is a recording's argument file (args.ini) or
 a batch file (.bat). Without output choices a job converts as its argument
@@ -310,6 +326,23 @@ Running:
                       socket, and stay until a close command finds no job
   -h, --help          show this text
   --                  every argument after it is a PATH
+
+Batches on a cluster (one task per entry of a batch file):
+  --batch-entry K     convert entry K (File_K) of the one BATCH.bat given,
+                      exactly as a run of the whole batch would, and end
+                      with the line "tarnvel-cli: entry K ended STATE
+                      [, message N][: TEXT]"; for any scheduler that runs
+                      one command per index
+  --slurm BATCH.bat   submit the batch as one Slurm job array through
+                      sbatch, a task per entry running --batch-entry; prints
+                      the job id. Logs go to <batch name>-logs beside it
+  --partition P       the array's Slurm partition
+  --max-tasks N       at most N of its tasks at once
+  --sbatch-arg ARG    one more argument for sbatch, as given (repeatable;
+                      not --array, --output, --error or --wrap)
+  --slurm-report JOBID BATCH.bat
+                      how each entry ended, from the tasks' logs; exit
+                      status 0 only when every entry ended "Done"
 
 An option's value may also follow an equal sign (--type=png). When an option
 is given twice the last one counts. A value that is wrong, or that the

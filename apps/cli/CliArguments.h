@@ -41,6 +41,7 @@ struct CliArguments {
   std::string destination;  // empty: beside each recording
   OutputChoices choices;
   std::vector<std::string> paths;  // as given
+  std::optional<std::int32_t> batchEntry;  // --batch-entry K: that entry of the one batch file in paths
 };
 
 // Exit statuses.
@@ -55,6 +56,10 @@ struct CliParse {
   std::string error;
 };
 CliParse ParseCliArguments(int argc, const char* const* argv);
+
+// A path given on the command line made whole: the jobs work from the
+// recordings' folders, and cluster tasks from another folder altogether.
+std::string WholePath(const std::string& path);
 
 // The text of --help: every option, the file types offered, the exit statuses.
 std::string CliHelpText();

@@ -1,6 +1,9 @@
 #include "platform/cordage/Folders.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -16,6 +19,15 @@ int CgCreateNewDirectory(const char* path) {
   std::error_code ec;
   std::filesystem::create_directories(path, ec);
   return std::filesystem::is_directory(path, ec) ? 0 : kCreateFolderFailed;
+}
+
+FolderClaim ClaimNewDirectory(const char* path) {
+  if (path == nullptr || *path == '\0') return FolderClaim::Failed;
+  for (;;) {
+    if (::mkdir(path, 0777) == 0) return FolderClaim::Claimed;
+    if (errno == EEXIST) return FolderClaim::Taken;
+    if (errno != EINTR) return FolderClaim::Failed;
+  }
 }
 
 namespace {

@@ -60,6 +60,42 @@ static_assert(sizeof(ImageInfo) == kFrameHeaderSize);
 static_assert(offsetof(ImageInfo, colorKind) == 16);
 static_assert(offsetof(ImageInfo, palette) == 48);
 
+// What the recording tells about a frame beyond its pixels, for the formats
+// that have a place for it (DNG's capture tags, a TIFF's date, a Chapter 10
+// file's clock and setup record). Handed over per output with SetCaptureInfo
+// before the frame it describes; a file written without it keeps what the
+// frame header and block say. Times are microseconds since 1970-01-01 00:00 of
+// the time's own calendar: the time code's or the recording's, in whatever
+// zone the camera kept it, never converted.
+constexpr std::uint32_t kCaptureInfoSize = 128;
+
+enum class CaptureTime : std::uint32_t {
+  kUnknown = 0,
+  kTimeCode = 1,        // the frame's time block, from a time-code receiver
+  kCameraClock = 2,     // the frame's time block, from the camera's own clock
+  kRecordingClock = 3,  // the recording's start plus the frame's place in it
+};
+
+struct CaptureInfo {
+  std::uint32_t size = kCaptureInfoSize;
+  CaptureTime timeSource = CaptureTime::kUnknown;
+  std::int64_t timeMicroseconds = 0;
+  double recordingRate = 0;      // frames a second at which the camera recorded; 0 unknown
+  std::uint32_t exposureNs = 0;  // 0 unknown
+  std::int32_t frameNumber = 0;  // from the trigger, negative before it
+  char model[64] = {};           // the camera's model text
+  char serial[32] = {};          // the serial number as the suite shows it
+};
+
+static_assert(sizeof(CaptureInfo) == kCaptureInfoSize);
+static_assert(offsetof(CaptureInfo, timeSource) == 4);
+static_assert(offsetof(CaptureInfo, timeMicroseconds) == 8);
+static_assert(offsetof(CaptureInfo, recordingRate) == 16);
+static_assert(offsetof(CaptureInfo, exposureNs) == 24);
+static_assert(offsetof(CaptureInfo, frameNumber) == 28);
+static_assert(offsetof(CaptureInfo, model) == 32);
+static_assert(offsetof(CaptureInfo, serial) == 96);
+
 // Options of one file type, and one entry of a compressor list.
 struct CodecEntry {
   std::uint32_t size = kFrameOptionsSize;

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/MovieCodecs.h"
 #include "platform/framekit/PixelRows.h"
+#include "platform/framekit/formats/Calendar.h"
 
 namespace tarnvel {
 
@@ -25,6 +27,7 @@ struct OutputFile {
   const FileTypeRow* type = nullptr;
   std::unique_ptr<FrameWriter> writer;
   bool ended = false;
+  std::optional<CaptureInfo> capture;
 };
 
 namespace {
@@ -158,12 +161,34 @@ int WriteFrame(FrameHandle handle, std::uint32_t index, std::uint32_t total,
   frame.header = header;
   frame.metadata = static_cast<const std::uint8_t*>(metadata);
   frame.pixels = static_cast<const std::uint8_t*>(pixels);
+  frame.capture = out.capture ? &*out.capture : nullptr;
   const int result = out.writer->Write(frame);
   if (result != 0) return result;
   if (!Has(*out.type, framekit::kMultiFrame) || index + 1 == total) {
     out.ended = true;
     return out.writer->Finish();
   }
+  return 0;
+}
+
+int SetCaptureInfo(FrameHandle handle, const CaptureInfo* info) {
+  if (handle == nullptr) return kFkBadHandle;
+  if (info == nullptr) {
+    handle->capture.reset();
+    return 0;
+  }
+  if (info->size != kCaptureInfoSize) return kFkBadArgument;
+  // The writers trust what is kept: texts ended, a known time source with a
+  // four-digit year, a rate that is a number.
+  CaptureInfo copy = *info;
+  copy.model[sizeof copy.model - 1] = '\0';
+  copy.serial[sizeof copy.serial - 1] = '\0';
+  const auto source = static_cast<std::uint32_t>(copy.timeSource);
+  if (source > static_cast<std::uint32_t>(CaptureTime::kRecordingClock) ||
+      copy.timeMicroseconds < framekit::kEarliestMicroseconds || copy.timeMicroseconds > framekit::kLatestMicroseconds)
+    copy.timeSource = CaptureTime::kUnknown;
+  if (!(copy.recordingRate > 0 && copy.recordingRate <= 1e7)) copy.recordingRate = 0;
+  handle->capture = copy;
   return 0;
 }
 

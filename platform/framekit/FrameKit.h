@@ -65,6 +65,12 @@ int CloseOutput(FrameHandle handle);
 int WriteFrame(FrameHandle handle, std::uint32_t index, std::uint32_t total,
                const FrameHeader* header, const void* metadata, const void* pixels);
 
+// Describes the frames that follow on this output (their time, the camera,
+// the recording's rate and exposure) until the next call; null forgets it.
+// The writers whose format has a place for it record it. kFkBadArgument for
+// a record whose size is not kCaptureInfoSize.
+int SetCaptureInfo(FrameHandle handle, const CaptureInfo* info);
+
 // Called on a finished output file: makes its contents durable on disk.
 int FinishFile(const char* path, int mode, int flags);
 

@@ -20,6 +20,7 @@ struct FrameData {
   const FrameHeader* header = nullptr;  // checked: size, geometry and a depth the type takes
   const std::uint8_t* metadata = nullptr;  // 1024 bytes, or null
   const std::uint8_t* pixels = nullptr;
+  const CaptureInfo* capture = nullptr;  // what SetCaptureInfo last gave, or null
 };
 
 class FrameWriter {

@@ -2,7 +2,9 @@
 // parallel into a destination, one of them damaged.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -124,6 +126,197 @@ TEST(Cli, AnArgumentFileNamedFromItsOwnFolder) {
   std::string output;
   EXPECT_EQ(test::RunCommand("cd '" + o.folder + "' && " + Cli() + " args.ini", &output), 0) << output;
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "here000002.tif")) << output;
+}
+
+// A batch file of `entries` (path per entry number; empty: no key) into `dest`.
+std::string BatchText(const std::string& dest, const std::vector<std::string>& entries) {
+  std::string text = "[List]\r\nSignature=OKN Fathom Bureau Raw Batch File V 1.00\r\nDestinationFolder=" + dest +
+                     "\r\nFileType=-1\r\nCount=" + std::to_string(entries.size()) + "\r\n";
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    char key[32];
+    std::snprintf(key, sizeof key, "File_%03zu", i);
+    if (!entries[i].empty()) text += std::string(key) + "=" + entries[i] + "\r\n";
+  }
+  return text;
+}
+
+// Array tasks on several nodes converting recordings of one folder name
+// into one destination at once: each ends in a folder of its own.
+TEST(Cli, BatchEntriesAtOnceIntoOneDestination) {
+  test::TempDir dir;
+  std::vector<std::string> entries;
+  std::string script;
+  for (int i = 0; i < 8; ++i) {
+    // Frame counts tell the recordings apart in their output folders.
+    const recgen::RecordingOptions o = Recording(dir, "test" + std::to_string(i) + "/cam", 32, 24, 3 + i, "f");
+    ASSERT_EQ(recgen::WriteRecording(o), "");
+    entries.push_back(JoinPath(o.folder, "args.ini"));
+    script += Cli() + " --batch-entry " + std::to_string(i) + " " + dir.File("b.bat") + " > " +
+              dir.File("log" + std::to_string(i)) + " 2>&1 &\n";
+  }
+  test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), entries));
+  test::WriteFile(dir.path() / "run.sh", script + "wait\n");
+  ASSERT_EQ(test::RunCommand("sh " + dir.File("run.sh")), 0);
+  std::set<std::size_t> frameCounts;
+  for (const auto& folder : fs::directory_iterator(dir.path() / "out")) {
+    std::size_t frames = 0;
+    for (const auto& file : fs::directory_iterator(folder)) frames += file.path().extension() == ".tif";
+    frameCounts.insert(frames);
+  }
+  EXPECT_EQ(frameCounts, (std::set<std::size_t>{3, 4, 5, 6, 7, 8, 9, 10})) << "eight folders, one recording each";
+  for (int i = 0; i < 8; ++i) {
+    const std::string log = test::ReadFile(dir.path() / ("log" + std::to_string(i)));
+    EXPECT_NE(log.find("tarnvel-cli: entry " + std::to_string(i) + " ended Done\n"), std::string::npos) << log;
+  }
+}
+
+TEST(Cli, BatchEntryRefusals) {
+  test::TempDir dir;
+  const recgen::RecordingOptions o = Recording(dir, "rec", 32, 24, 3, "f");
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  const std::string args = JoinPath(o.folder, "args.ini");
+  test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), {args, "", args}));
+  test::WriteFile(dir.path() / "blocker", "x");
+  test::WriteFile(dir.path() / "blocked.bat", BatchText(dir.File("blocker/out"), {args}));
+  test::WriteFile(dir.path() / "other.bat", "[List]\r\nSignature=Another program's list\r\nCount=1\r\nFile_000=" + args + "\r\n");
+  const std::string batch = " " + dir.File("b.bat");
+  for (const std::string& bad : {" --batch-entry x" + batch, " --batch-entry -1" + batch, " --batch-entry 100000" + batch,
+                                batch + " --batch-entry", " --batch-entry 0" + batch + batch,
+                                " --listen --batch-entry 0" + batch, " --batch-entry 0 " + args,
+                                " --batch-entry 0 --type png" + batch}) {
+    std::string output;
+    EXPECT_EQ(test::RunCommand(Cli() + bad, &output), 2) << bad << output;
+    EXPECT_NE(output.find("Try 'tarnvel-cli --help'"), std::string::npos) << output;
+  }
+  const std::pair<std::string, std::string> failures[] = {
+      {" --batch-entry 1" + batch, "tarnvel-cli: entry 1 ended Error: the batch " + dir.File("b.bat") + " has no entry 1"},
+      {" --batch-entry 5" + batch, "ended Error: the batch"},
+      {" --batch-entry 0 " + dir.File("other.bat"), "tarnvel-cli: entry 0 ended Error: " + dir.File("other.bat") + " is not a batch file"},
+      {" --batch-entry 0 " + dir.File("blocked.bat"), "tarnvel-cli: entry 0 ended Error, message 33: "},
+  };
+  for (const auto& [command, wanted] : failures) {
+    std::string output;
+    EXPECT_EQ(test::RunCommand(Cli() + command, &output), 1) << command;
+    EXPECT_NE(output.find(wanted), std::string::npos) << output;
+  }
+  EXPECT_TRUE(fs::is_regular_file(args)) << "nothing was converted, so nothing deleted";
+  EXPECT_FALSE(fs::exists(dir.path() / "out/rec")) << "nothing was converted";
+}
+
+// A task cancelled by its scheduler (a termination request) ends its entry
+// as "Abort" and keeps the raw files. The recording has so many frames
+// that the request comes long before its end.
+TEST(Cli, BatchEntryTerminatedEndsAsAbort) {
+  test::TempDir dir;
+  recgen::RecordingOptions o = Recording(dir, "rec", 16, 8, 20000, "f");
+  o.deleteRaw = 1;
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), {JoinPath(o.folder, "args.ini")}));
+  const std::string log = dir.File("log");
+  const std::string script =
+      Cli() + " --batch-entry 0 " + dir.File("b.bat") + " > " + log + " 2>&1 & pid=$!\n"
+      "for i in $(seq 400); do grep -q Converting " + log + " && break; sleep 0.05; done\n"
+      "kill -TERM $pid\n"
+      "for i in $(seq 400); do kill -0 $pid 2>/dev/null || break; sleep 0.05; done\n"
+      "kill -KILL $pid 2>/dev/null; wait $pid\n";  // a request that is not heard fails the test instead of hanging it
+  test::WriteFile(dir.path() / "run.sh", script);
+  EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh")), 1);
+  const std::string output = test::ReadFile(log);
+  EXPECT_NE(output.find("tarnvel-cli: entry 0 ended Abort, message 107: "), std::string::npos) << output;
+  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "an aborted job keeps its raw files";
+  EXPECT_FALSE(fs::exists(dir.path() / "out/rec/f019999.tif"));
+}
+
+// The whole road of a cluster batch without a cluster: an sbatch that runs
+// the array's tasks itself, one after another, with their logs where Slurm
+// would write them.
+TEST(Cli, SlurmSubmissionAndReportThroughAStandInScheduler) {
+  test::TempDir dir;
+  fs::create_directory(dir.path() / "bin");
+  test::WriteFile(dir.path() / "bin/sbatch", R"(#!/usr/bin/env python3
+import os, subprocess, sys
+options = dict(a.split("=", 1) for a in sys.argv[1:-1] if "=" in a)
+tasks = []
+for part in options["--array"].split("%")[0].split(","):
+    low, _, high = part.partition("-")
+    tasks += range(int(low), int(high or low) + 1)
+for task in tasks:
+    pattern, log = options["--output"], ""
+    i = 0
+    while i < len(pattern):
+        two = pattern[i:i + 2]
+        log += {"%A": "77", "%a": str(task), "%%": "%"}.get(two, pattern[i])
+        i += 2 if two in ("%A", "%a", "%%") else 1
+    with open(log, "w") as out:
+        subprocess.run(["sh", sys.argv[-1]], stdout=out, stderr=subprocess.STDOUT, cwd=options["--chdir"],
+                       env=dict(os.environ, SLURM_ARRAY_TASK_ID=str(task)))
+print("77;stand-in")
+)");
+  fs::permissions(dir.path() / "bin/sbatch", fs::perms::owner_all);
+  std::vector<std::string> entries;
+  for (int i = 0; i < 3; ++i) {
+    recgen::RecordingOptions o = Recording(dir, "night 100%/cam" + std::to_string(i), 32, 24, 4, "f");
+    o.deleteRaw = 1;
+    ASSERT_EQ(recgen::WriteRecording(o), "");
+    entries.push_back(JoinPath(o.folder, "args.ini"));
+  }
+  entries.insert(entries.begin() + 1, "");  // a gap in the numbers
+  fs::resize_file(dir.path() / "night 100%/cam2/rawdata.00.raw", 1000);
+  const std::string batch = " '" + dir.File("night 100%/list.bat") + "'";
+  test::WriteFile(dir.File("night 100%/list.bat"), BatchText(dir.File("out"), entries));
+  const std::string env = "PATH=" + dir.File("bin") + ":$PATH ";
+
+  std::string output;
+  EXPECT_EQ(test::RunCommand(env + Cli() + " --slurm" + batch + " --max-tasks 2 2>/dev/null", &output), 0) << output;
+  EXPECT_EQ(output.substr(output.size() - 3), "77\n") << "the job id comes last, alone on its line";
+  output.clear();
+  EXPECT_EQ(test::RunCommand(Cli() + " --slurm-report 77" + batch, &output), 1);
+  EXPECT_NE(output.find("entry 0 (" + entries[0] + "): Done\n"), std::string::npos) << output;
+  EXPECT_NE(output.find("entry 2 (" + entries[2] + "): Done\n"), std::string::npos) << output;
+  EXPECT_NE(output.find("entry 3 (" + entries[3] + "): Error, message 101: "), std::string::npos) << output;
+  EXPECT_NE(output.find("2 of 3 entries Done\n"), std::string::npos) << output;
+  EXPECT_FALSE(fs::exists(dir.path() / "night 100%/cam0/rawdata.00.raw")) << "converted: raw files deleted as asked";
+  EXPECT_TRUE(fs::exists(dir.path() / "night 100%/cam2/rawdata.00.raw")) << "failed: raw files kept";
+  EXPECT_TRUE(fs::exists(dir.path() / "out/cam0/f000003.tif"));
+
+  // Once the failed entry converts, the report says all is well.
+  test::WriteFile(dir.path() / "night 100%/list-logs/77_3.log", "tarnvel-cli: entry 3 ended Done\n");
+  EXPECT_EQ(test::RunCommand(Cli() + " --slurm-report 77" + batch, &output), 0) << output;
+  output.clear();
+  EXPECT_EQ(test::RunCommand(Cli() + " --slurm-report 78" + batch, &output), 1) << "no log of another job counts";
+  EXPECT_NE(output.find("0 of 3 entries Done"), std::string::npos) << output;
+}
+
+TEST(Cli, SlurmCommandRefusals) {
+  test::TempDir dir;
+  test::WriteFile(dir.path() / "b.bat", BatchText(dir.File("out"), {"/data/a/args.ini"}));
+  test::WriteFile(dir.path() / "empty.bat", BatchText(dir.File("out"), {}));
+  test::WriteFile(dir.path() / "relative.bat", BatchText(dir.File("out"), {"/data/a/args.ini", "data/b/args.ini"}));
+  test::WriteFile(dir.path() / "blocker", "x");
+  test::WriteFile(dir.path() / "blocked.bat", BatchText(dir.File("blocker/out"), {"/data/a/args.ini"}));
+  const std::string b = " " + dir.File("b.bat");
+  for (const std::string& bad : std::vector<std::string>{" --slurm", " --slurm-report 12", " --slurm-report ../12" + b, " --slurm" + b + " --slurm-report 12" + b,
+                                " --slurm" + b + " --max-tasks 0", " --slurm" + b + " --max-tasks 2x",
+                                " --slurm" + b + " --sbatch-arg --output=/tmp/x", " --slurm" + b + " --sbatch-arg -a1-4",
+                                " --slurm-report 12" + b + " --partition p", " --slurm" + b + " /data/x/args.ini",
+                                " --slurm" + b + " --partition"}) {
+    std::string output;
+    EXPECT_EQ(test::RunCommand(Cli() + bad, &output), 2) << bad << output;
+    EXPECT_NE(output.find("Try 'tarnvel-cli --help'"), std::string::npos) << output;
+  }
+  // Refused before anything is submitted: an sbatch that is never there would fail otherwise.
+  const std::pair<std::string, std::string> failures[] = {
+      {" --slurm " + dir.File("empty.bat"), "lists no job files"},
+      {" --slurm " + dir.File("relative.bat"), "entry 1 (data/b/args.ini) is not a whole path"},
+      {" --slurm " + dir.File("blocked.bat"), "error 33: "},
+      {" --slurm /data/a/args.ini", "is not a batch file"},
+      {" --slurm-report 12 " + dir.File("missing.bat"), "is not a batch file"},
+  };
+  for (const auto& [command, wanted] : failures) {
+    std::string output;
+    EXPECT_EQ(test::RunCommand("PATH=/nonexistent " + Cli() + command, &output), 1) << command;
+    EXPECT_NE(output.find(wanted), std::string::npos) << output;
+  }
 }
 
 // --save keeps the parallel count for later runs, as the Options dialog does.

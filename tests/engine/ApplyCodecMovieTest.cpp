@@ -1,14 +1,19 @@
 // The engine's codec settings reach the movie writers: what ApplyCodec hands
-// over decides the compressor that ffprobe then finds in the file.
+// over decides the compressor that ffprobe then finds in the file, and an
+// argument file that chose no compressor and no quality gets a good movie.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "apps/recgen/RecordingGenerator.h"
+#include "engine/DecodeRaw.h"
 #include "engine/ImageSink.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/MovieCodecs.h"
+#include "platform/rawdrv/RawDriver.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel {
@@ -67,6 +72,59 @@ TEST(ApplyCodecToMovies, EachTypeTakesItsOwnSetting) {
   codec.handler = 0;
   ApplyCodec(kTypeAvi, codec);
   EXPECT_EQ(CodecOfMovie(dir.File("b.avi")), "mjpeg");
+}
+
+// Every frame of a movie decoded by ffmpeg to grey bytes.
+std::string DecodedFrames(const std::string& path) {
+  const std::string raw = path + ".gray";
+  test::RunCommand("ffmpeg -nostdin -v error -i '" + path + "' -f rawvideo -pix_fmt gray -y '" + raw + "'");
+  return test::ReadFile(raw);
+}
+
+double Psnr(const std::string& a, const std::string& reference) {
+  if (a.size() != reference.size() || a.empty()) return 0.0;
+  double sum = 0;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    const double d = static_cast<std::uint8_t>(a[i]) - static_cast<std::uint8_t>(reference[i]);
+    sum += d * d;
+  }
+  return sum == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 * static_cast<double>(a.size()) / sum);
+}
+
+// The suite writes Arg20=0 and Arg21=0 when no compressor was chosen. Such a
+// conversion's AVI, and an H.264 AVI whose quality was left at 0, are within
+// 1 dB of the same compressor at quality 9000, measured against a lossless
+// FFV1 conversion of the same recording; quality 1 is clearly worse.
+TEST(ApplyCodecToMovies, AConversionWithoutQualityGetsTheDefaultOne) {
+  ASSERT_EQ(DriverInit(0), 0);
+  test::TempDir dir;
+  auto convert = [&](const std::string& name, std::uint32_t handler, std::uint32_t quality) {
+    recgen::RecordingOptions o;
+    o.folder = dir.File(name);
+    o.width = 160, o.height = 120, o.frames = 12, o.preTrigger = 0;
+    o.fileType = 13;
+    o.baseName = "take";
+    EXPECT_EQ(recgen::WriteRecording(o), "");
+    const std::string args = JoinPath(o.folder, "args.ini");
+    std::string text = test::ReadFile(args);
+    for (const auto& [key, value] : {std::pair{std::string("Arg20="), handler}, std::pair{std::string("Arg21="), quality}})
+      text.replace(text.find(key), text.find('\n', text.find(key)) - text.find(key), key + std::to_string(value) + "\r");
+    test::WriteFile(args, text);
+    CDecodeRaw job(args, 0, 0);
+    EXPECT_EQ(job.Start(false), 0) << name << ": " << job.StatusText();
+    return DecodedFrames(JoinPath(o.folder, "take.avi"));
+  };
+  const std::string lossless = convert("ffv1", FourCc("FFV1"), 0);
+  ASSERT_EQ(lossless.size(), std::size_t{160} * 120 * 12);
+  for (const std::uint32_t handler : {0u, FourCc("H264")}) {
+    const double asGiven = Psnr(convert("zero" + std::to_string(handler), handler, 0), lossless);
+    const double at9000 = Psnr(convert("q9000" + std::to_string(handler), handler, 9000), lossless);
+    const double at1 = Psnr(convert("q1" + std::to_string(handler), handler, 1), lossless);
+    EXPECT_NEAR(asGiven, at9000, 1.0) << handler;
+    EXPECT_GT(asGiven, at1 + 6.0) << handler;
+    EXPECT_GT(at9000, 38.0) << handler;
+  }
+  DriverExit();
 }
 
 }  // namespace

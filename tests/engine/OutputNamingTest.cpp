@@ -4,8 +4,12 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <latch>
 #include <limits>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/cordage/Messages.h"
 #include "tests/support/TestFiles.h"
@@ -55,6 +59,38 @@ TEST(OutputFolder, AllNumbersTakenKeepsThePlainFolder) {
   OutputFolder out;
   ASSERT_EQ(SettleOutputFolder("/rec/R", dest, out), 0);
   EXPECT_EQ(out.folder, dest + "/R");
+}
+
+// Jobs of several processes (array tasks on several machines) settle folders
+// of one name in one destination at once: each must get its own, or two
+// recordings would write into one folder.
+TEST(OutputFolder, JobsSettlingAtOnceEachGetAFolderOfTheirOwn) {
+  TempDir dir;
+  const std::string dest = dir.File("shared/out");
+  fs::create_directories(dest);
+  WriteFile(dest + "/cam(002)", "a file takes a number too");
+  constexpr int kThreads = 8, kJobsEach = 25;
+  std::vector<std::vector<std::string>> folders(kThreads);
+  std::latch start(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] {
+      start.arrive_and_wait();
+      for (int i = 0; i < kJobsEach; ++i) {
+        OutputFolder out;
+        if (SettleOutputFolder("/data/test/cam", dest, out) == 0) folders[t].push_back(out.folder);
+      }
+    });
+  for (auto& thread : threads) thread.join();
+  std::set<std::string> distinct;
+  for (const auto& list : folders)
+    for (const std::string& folder : list) {
+      EXPECT_TRUE(fs::is_directory(folder)) << folder;
+      distinct.insert(folder);
+    }
+  EXPECT_EQ(distinct.size(), std::size_t{kThreads * kJobsEach}) << "a folder was given to two jobs, or a job failed";
+  EXPECT_EQ(distinct.count(dest + "/cam(002)"), 0u);
+  EXPECT_EQ(distinct.count(dest + "/cam(200)"), 1u) << "numbers are used without gaps";
 }
 
 TEST(OutputFolder, FailuresAndCaseOfTheComparison) {

@@ -319,6 +319,40 @@ TEST_F(AddFileTest, RefusedAndHostileBatches) {
   EXPECT_EQ(jobs_.size(), 1u);
 }
 
+// One entry of a batch, as an array task adds it: that entry's job alone,
+// with the batch's settings, or a clear refusal.
+TEST_F(AddFileTest, OneEntryOfABatch) {
+  const std::string batch = "DestinationFolder=" + dir_.File("dest") + "\r\nFileType=4\r\nCodecQuality=5000\r\nCount=4\r\n"
+                            "File_000=/" + std::string(300, 'p') + "/args.ini\r\nFile_001=\r\nFile_003=/Data/Rec C/args.ini\r\n";
+  test::WriteFile(dir_.path() / "n.bat", "[List]\r\nSignature=OKN Fathom Bureau Raw Batch File V 1.00\r\n" + batch);
+  EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("n.bat"), 3), EntryAdded::Added);
+  ASSERT_EQ(jobs_.size(), 1u);
+  EXPECT_EQ(paths_[0], "/Data/Rec C/args.ini");
+  EXPECT_EQ(list_.Row(0).path, "/data/rec c/args.ini") << "the row as in a run of the whole batch";
+  EXPECT_EQ(jobs_[0]->destFolder, dir_.File("dest"));
+  EXPECT_TRUE(std::filesystem::is_directory(dir_.File("dest")));
+  EXPECT_EQ(std::tuple(jobs_[0]->overrides.fileType, jobs_[0]->overrides.codec.quality, jobs_[0]->overrides.deleteRaw),
+            std::tuple(4, 5000u, 0u));
+  for (std::int32_t missing : {1, 2, 4, -1, 2147483647})
+    EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("n.bat"), missing), EntryAdded::NoSuchEntry) << missing;
+  EXPECT_TRUE(frontEnd_.messages.empty());
+  EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("n.bat"), 0), EntryAdded::Refused);
+  ASSERT_EQ(frontEnd_.messages.size(), 1u);
+  EXPECT_EQ(frontEnd_.messages[0].number, kMsgPathTooLong);
+
+  test::WriteFile(dir_.path() / "blocker", "x");
+  AddBatch("DestinationFolder=" + dir_.File("blocker/sub") + "\r\nCount=1\r\nFile_000=/x/args.ini\r\n", false, "b.bat");
+  EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("b.bat"), 0), EntryAdded::Refused);
+  EXPECT_EQ(frontEnd_.messages.back().number, kMsgOutputFolderFailed);
+  test::WriteFile(dir_.path() / "wrong.bat", "[List]\r\nSignature=Some Other File\r\n" + batch);
+  EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("wrong.bat"), 3), EntryAdded::NotABatch);
+  EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("missing.bat"), 3), EntryAdded::NotABatch);
+  std::filesystem::copy_file(dir_.path() / "n.bat", dir_.path() / "n.ini");
+  EXPECT_EQ(AddBatchEntry(*scheduler_, frontEnd_, dir_.File("n.ini"), 3), EntryAdded::NotABatch)
+      << "AddFile would take it for a job file";
+  EXPECT_EQ(jobs_.size(), 1u);
+}
+
 using Kind = JobArgument::Kind;
 
 TEST(StartUp, CommandLineRules) {

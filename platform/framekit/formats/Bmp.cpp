@@ -1,7 +1,10 @@
 // BMP (2): 8-bit with the frame header's palette, or 24-bit colour, bottom-up
-// rows padded to 4 bytes. The frame's block follows the pixel data as a
-// trailer: the characters "okMd", the length 1024 (32-bit little-endian),
-// the block. Readers of the format ignore what lies behind the pixels.
+// rows padded to 4 bytes. The frame's block lies between the headers (and
+// palette) and the pixels: the characters "okMd", the length 1024 (32-bit
+// little-endian), the block; the pixel offset points past it and the file
+// size counts it, so readers that check the file's length against its header
+// (ImageMagick) accept the file and all others skip the block. Files of
+// earlier builds carry the same record behind the pixels; it is read there too.
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/ImageReader.h"
@@ -12,9 +15,16 @@
 namespace tarnvel::framekit {
 namespace {
 
-constexpr std::uint8_t kTrailerTag[4] = {'o', 'k', 'M', 'd'};
+constexpr std::uint8_t kBlockTag[4] = {'o', 'k', 'M', 'd'};
+constexpr std::uint32_t kBlockRecord = 8 + kMetadataBlockSize;  // tag, length, block
 constexpr std::uint32_t kFileHeader = 14;
 constexpr std::uint32_t kInfoHeader = 40;
+
+// The block record at `at`, when one is there whole.
+bool BlockRecordAt(const ByteView& v, std::uint64_t at) {
+  return v.Has(at, kBlockRecord) && std::memcmp(v.data + at, kBlockTag, 4) == 0 &&
+         GetLE<std::uint32_t>(v.data + at + 4) == kMetadataBlockSize;
+}
 
 class BmpWriter final : public FrameWriter {
  public:
@@ -27,9 +37,10 @@ class BmpWriter final : public FrameWriter {
     const std::uint64_t rowBytes = std::uint64_t{h.width} * layout.bytesPerPixel;
     const std::uint64_t stride = (rowBytes + 3) & ~std::uint64_t{3};
     const std::uint32_t paletteBytes = pixelBits == 8 ? 1024 : 0;
-    const std::uint64_t pixelOffset = kFileHeader + kInfoHeader + paletteBytes;
+    const std::uint32_t blockBytes = frame.metadata != nullptr ? kBlockRecord : 0;
+    const std::uint64_t pixelOffset = kFileHeader + kInfoHeader + paletteBytes + blockBytes;
     const std::uint64_t imageBytes = stride * h.height;
-    if (pixelOffset + imageBytes + 8 + kMetadataBlockSize > 0x7FFFFFFF) return kFkBadArgument;
+    if (pixelOffset + imageBytes > 0x7FFFFFFF) return kFkBadArgument;
 
     std::uint8_t head[kFileHeader + kInfoHeader] = {'B', 'M'};
     PutLE<std::uint32_t>(head + 2, static_cast<std::uint32_t>(pixelOffset + imageBytes));
@@ -54,17 +65,17 @@ class BmpWriter final : public FrameWriter {
       }
       out_.Write(palette, sizeof palette);
     }
+    if (frame.metadata != nullptr) {
+      std::uint8_t tag[8];
+      std::memcpy(tag, kBlockTag, 4);
+      PutLE<std::uint32_t>(tag + 4, kMetadataBlockSize);
+      out_.Write(tag, 8);
+      out_.Write(frame.metadata, kMetadataBlockSize);
+    }
     const std::uint8_t padding[4] = {};
     for (std::uint32_t y = h.height; y-- > 0;) {
       out_.Write(frame.pixels + y * rowBytes, rowBytes);
       out_.Write(padding, stride - rowBytes);
-    }
-    if (frame.metadata != nullptr) {
-      std::uint8_t tag[8];
-      std::memcpy(tag, kTrailerTag, 4);
-      PutLE<std::uint32_t>(tag + 4, kMetadataBlockSize);
-      out_.Write(tag, 8);
-      out_.Write(frame.metadata, kMetadataBlockSize);
     }
     return out_.Failed() ? kFkWriteFailed : 0;
   }
@@ -100,9 +111,11 @@ class BmpFile final : public ImageFile {
     stride_ = ((std::uint64_t{info_.width} * pixelBits_ / 8) + 3) & ~std::uint64_t{3};
     if (!v.Has(pixelOffset_, stride_ * info_.height)) return kFkDamagedImage;
     bool grey = false;
+    headersEnd_ = std::uint64_t{kFileHeader} + infoSize;
     if (pixelBits_ == 8) {
       if (colours == 0 || colours > 256) colours = 256;
       const std::uint64_t paletteOffset = kFileHeader + infoSize;
+      headersEnd_ = paletteOffset + std::uint64_t{colours} * 4;
       if (!v.Has(paletteOffset, std::uint64_t{colours} * 4) || paletteOffset + colours * 4 > pixelOffset_)
         return kFkDamagedImage;
       palette_.assign(256, 0);
@@ -143,12 +156,13 @@ class BmpFile final : public ImageFile {
         }
       }
     }
-    const std::uint64_t end = pixelOffset_ + stride_ * info_.height;
+    // The block before the pixels, or behind them in files of earlier builds.
     const ByteView v{data_.data(), data_.size()};
-    frame.hasMetadata = v.Has(end, 8 + kMetadataBlockSize) &&
-                        std::memcmp(data_.data() + end, kTrailerTag, 4) == 0 &&
-                        GetLE<std::uint32_t>(data_.data() + end + 4) == kMetadataBlockSize;
-    if (frame.hasMetadata) std::memcpy(frame.metadata.data(), data_.data() + end + 8, kMetadataBlockSize);
+    const std::uint64_t behind = pixelOffset_ + stride_ * info_.height;
+    const bool before = headersEnd_ + kBlockRecord <= pixelOffset_ && BlockRecordAt(v, headersEnd_);
+    frame.hasMetadata = before || BlockRecordAt(v, behind);
+    if (frame.hasMetadata)
+      std::memcpy(frame.metadata.data(), data_.data() + (before ? headersEnd_ : behind) + 8, kMetadataBlockSize);
     return 0;
   }
 
@@ -157,6 +171,7 @@ class BmpFile final : public ImageFile {
   std::vector<std::uint32_t> palette_;
   std::uint32_t pixelBits_ = 0;
   std::uint64_t pixelOffset_ = 0, stride_ = 0;
+  std::uint64_t headersEnd_ = 0;  // where the headers and palette end
   bool topDown_ = false, grey_ = false;
 };
 

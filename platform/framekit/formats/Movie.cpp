@@ -111,7 +111,15 @@ bool Lists(const MovieType& type, std::uint32_t handler) {
   return handler != 0 && std::find(type.handlers.begin(), type.handlers.end(), handler) != type.handlers.end();
 }
 
-// Quality 0 to 10000 onto the encoder's own scale, monotonically. x264 is
+// The quality an AVI is written at. 0 is what the options hold when none was
+// given (an argument file that names no compressor leaves it 0): it takes the
+// library's default. A chosen quality runs from 1, which is already as coarse
+// as every scale goes, to 10000.
+std::uint32_t AviQuality(const FrameOptions& options) {
+  return options.quality == 0 ? kDefaultAviQuality : std::min<std::uint32_t>(options.quality, 10000);
+}
+
+// Quality 1 to 10000 onto the encoder's own scale, monotonically. x264 is
 // kept away from both ends: past 45 nothing is left to see, and below 10 the
 // file only grows.
 int QScaleOf(std::uint32_t quality) { return 31 - static_cast<int>((quality * 29 + 5000) / 10000); }
@@ -319,7 +327,7 @@ class MovieWriter final : public FrameWriter {
     }
     if (format_->oformat->flags & AVFMT_GLOBALHEADER) c.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     const bool fromOptions = type_.qualityFromOptions;
-    const std::uint32_t quality = std::min<std::uint32_t>(OptionsInForce(type_.optionsType).quality, 10000);
+    const std::uint32_t quality = AviQuality(OptionsInForce(type_.optionsType));
     switch (encoder.scale) {
       case QualityScale::kQScale: {
         const int scale = fromOptions ? QScaleOf(quality) : kFixedQScale;

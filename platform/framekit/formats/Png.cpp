@@ -1,5 +1,10 @@
-// PNG (4): grey or colour, 8 or 16 bits a sample, the significant bits in
-// sBIT, the frame's block in the private ancillary chunk okMd. Written with
+// PNG (4): grey or colour, 8 or 16 bits a sample, the frame's block in the
+// private ancillary chunk okMd. A depth that does not fill its samples (12
+// bits in 16-bit samples, 6 in 8-bit ones) is stored as PNG wants it: scaled
+// to the full sample by shifting left and repeating the top bits, with sBIT
+// naming the significant bits. Viewers then show the picture at its real
+// brightness, and an sBIT-aware reader (ours among them) shifts the samples
+// back to exactly the values that were written. Written with
 // fast deflate settings: level 1, the "up" filter and the run-length strategy,
 // which on camera pictures is twice as fast as the default strategy and packs
 // a little tighter. Read with any PNG colour type, palette and transparency
@@ -76,6 +81,9 @@ class PngWriter final : public FrameWriter {
     png_write_info(png, info);
     if (layout.channels == 3) png_set_bgr(png);
     if (layout.sampleBytes == 2) png_set_swap(png);
+    // libpng scales to the sample depth by bit replication, on its own copy of each row.
+    png_color_8p written = nullptr;
+    if (png_get_sBIT(png, info, &written) != 0 && written != nullptr) png_set_shift(png, written);
     const std::size_t rowBytes = std::size_t{h.width} * layout.bytesPerPixel;
     for (std::uint32_t y = 0; y < h.height; ++y)
       png_write_row(png, const_cast<png_bytep>(frame.pixels + y * rowBytes));
@@ -85,6 +93,22 @@ class PngWriter final : public FrameWriter {
 
   OutputStream out_;
 };
+
+// The significant bits that sBIT gives every colour channel alike, when
+// fewer than the 8- or 16-bit sample depth; 0 otherwise (no sBIT, a palette,
+// samples of 1 to 4 bits, channels of different depths: the samples are then
+// taken as they are).
+std::uint32_t SharedSignificantBits(png_structp png, png_infop info) {
+  png_color_8p sig = nullptr;
+  const int colorType = png_get_color_type(png, info);
+  const int depth = png_get_bit_depth(png, info);
+  if (png_get_sBIT(png, info, &sig) == 0 || sig == nullptr || colorType == PNG_COLOR_TYPE_PALETTE || depth < 8)
+    return 0;
+  const bool colour = (colorType & PNG_COLOR_MASK_COLOR) != 0;
+  const png_byte bits = colour ? sig->red : sig->gray;
+  if (colour && (sig->green != bits || sig->blue != bits)) return 0;
+  return bits >= 1 && bits < depth ? bits : 0;
+}
 
 struct MemoryReader {
   const std::uint8_t* data;
@@ -135,13 +159,19 @@ class PngFile final : public ImageFile {
     const png_uint_32 height = png_get_image_height(png, info);
     const int colorType = png_get_color_type(png, info);
     const int depth = png_get_bit_depth(png, info);
-    png_color_8p sig = nullptr;
-    const bool hasSig = png_get_sBIT(png, info, &sig) != 0 && sig != nullptr;
+    const std::uint32_t significant = SharedSignificantBits(png, info);
     if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
     if (colorType == PNG_COLOR_TYPE_GRAY && depth < 8) png_set_expand_gray_1_2_4_to_8(png);
     if (png_get_valid(png, info, PNG_INFO_tRNS)) png_set_tRNS_to_alpha(png);
     png_set_bgr(png);
     if (depth == 16) png_set_swap(png);
+    if (significant != 0) {
+      // Scaled samples back to their significant bits; alpha stays as stored.
+      png_color_8 shift{};
+      shift.red = shift.green = shift.blue = shift.gray = static_cast<png_byte>(significant);
+      shift.alpha = static_cast<png_byte>(depth);
+      png_set_shift(png, &shift);
+    }
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
     const int channels = png_get_channels(png, info);
@@ -151,11 +181,7 @@ class PngFile final : public ImageFile {
     const std::uint32_t sampleBytes = outDepth == 16 ? 2 : 1;
     if (const int check = CheckGeometry(width, height, channels * sampleBytes); check != 0) return check;
     if (png_get_interlace_type(png, info) != PNG_INTERLACE_NONE) return kFkNotAnImage;
-    std::uint32_t sigBits = sampleBytes * 8;
-    if (hasSig && colorType != PNG_COLOR_TYPE_PALETTE) {
-      const png_byte s = colour ? sig->red : sig->gray;
-      if (s >= 1 && s <= sigBits) sigBits = s;
-    }
+    const std::uint32_t sigBits = significant != 0 ? significant : sampleBytes * 8;
     info_.fileType = 4;
     info_.width = width;
     info_.height = height;

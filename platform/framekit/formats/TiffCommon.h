@@ -21,8 +21,10 @@ struct TiffImageOptions {
   bool linearRaw = false;  // DNG: photometric LinearRaw, white level instead of max sample value
 };
 
-// Writes the frame as the current directory and closes the directory.
-// Returns 0 or a FrameKit result.
+// Writes the frame as the current directory and closes the directory: the
+// pixels, the block, and what the capture record tells (camera and date; for
+// a DNG also serial, frame rate and an EXIF directory with the capture date
+// and exposure). Returns 0 or a FrameKit result.
 int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& options);
 
 // Opens libtiff on a created file: BigTIFF when the estimated size would pass 4 GiB.

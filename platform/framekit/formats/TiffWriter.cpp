@@ -2,7 +2,8 @@
 // TIFF is uncompressed; a multipage file is compressed as its compressor
 // handler says and becomes BigTIFF when its frames would pass 4 GiB; a DNG
 // holds the pixels as linear raw data with the white level telling the
-// significant bits. libtiff opens at the first frame, when the frame size and
+// significant bits, and the camera, date, exposure and frame rate of the
+// recording when the engine tells them. libtiff opens at the first frame, when the frame size and
 // count tell whether the file must be BigTIFF.
 #include <unistd.h>
 
@@ -20,9 +21,6 @@ void SetDngTags(TIFF* tif, const PixelFormat& layout) {
   TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
   TIFFSetField(tif, TIFFTAG_DNGVERSION, kVersion);
   TIFFSetField(tif, TIFFTAG_DNGBACKWARDVERSION, kBackwardVersion);
-  TIFFSetField(tif, TIFFTAG_MAKE, "OKN");
-  TIFFSetField(tif, TIFFTAG_MODEL, "High-speed camera");
-  TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, "OKN High-speed camera");
   if (layout.channels == 3) {
     // The data is already white-balanced camera RGB: identity matrix, neutral grey.
     static const float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};

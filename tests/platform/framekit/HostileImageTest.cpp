@@ -91,6 +91,63 @@ TEST(LogoImages, OtherProgramsImagesLoadWithTheirAlphaPlane) {
   }
 }
 
+// PNGs of other programs with sBIT: samples scaled to 16 bits under a shared
+// sBIT are shifted back to it; an sBIT that is invalid, differs between the
+// channels or describes samples of fewer than 8 bits leaves them as stored.
+TEST(LogoImages, PngSignificantBitsAreHonouredOnlyWhereTheyAreConsistent) {
+  test::TempDir dir;
+  const std::string d = dir.path().string();
+  std::string out;
+  ASSERT_EQ(test::RunPython(
+                "import struct, zlib\n"
+                "def chunk(kind, data):\n"
+                "    return struct.pack('>I', len(data)) + kind + data + struct.pack('>I', zlib.crc32(kind + data))\n"
+                "def png(name, depth, colour, sbit, rows):\n"
+                "    ihdr = struct.pack('>IIBBBBB', len(rows[0]), len(rows), depth, 2 if colour else 0, 0, 0, 0)\n"
+                "    if colour: ihdr = struct.pack('>IIBBBBB', len(rows[0]) // 3, len(rows), depth, 2, 0, 0, 0)\n"
+                "    def pack(row):\n"
+                "        if depth == 16: return b''.join(struct.pack('>H', v) for v in row)\n"
+                "        if depth == 8: return bytes(row)\n"
+                "        return bytes((row[i] << 4) | row[i + 1] for i in range(0, len(row), 2))\n"
+                "    raw = b''.join(b'\\0' + pack(r) for r in rows)\n"
+                "    data = b'\\x89PNG\\r\\n\\x1a\\n' + chunk(b'IHDR', ihdr) + chunk(b'sBIT', bytes(sbit))\n"
+                "    data += chunk(b'IDAT', zlib.compress(raw)) + chunk(b'IEND', b'')\n"
+                "    open('" + d + "/' + name, 'wb').write(data)\n"
+                "grey = [[0xFFFF, 0x8008, 0x0000, 0x1231], [0x4004, 0x0010, 0xFFF0, 0x7FF7]]\n"
+                "png('grey12.png', 16, False, [12], grey)\n"
+                "png('grey0.png', 16, False, [0], grey)\n"
+                "png('grey17.png', 16, False, [17], grey)\n"
+                "png('rgb.png', 16, True, [10, 12, 10], [[c for v in row for c in (v, v, v)] for row in grey])\n"
+                "png('nibbles.png', 4, False, [3], [[15, 8, 0, 3], [1, 2, 4, 14]])\n",
+                &out),
+            0)
+      << out;
+  const std::uint16_t grey[8] = {0xFFFF, 0x8008, 0x0000, 0x1231, 0x4004, 0x0010, 0xFFF0, 0x7FF7};
+  struct Case {
+    const char* name;
+    std::uint32_t bits, shift, samplesPerPixel;
+  } const cases[] = {{"grey12.png", 12, 4, 1}, {"grey0.png", 16, 0, 1}, {"grey17.png", 16, 0, 1}, {"rgb.png", 48, 0, 3}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ImageInfo info{};
+    ASSERT_EQ(GetImageInfo(dir.File(c.name).c_str(), &info), 0);
+    EXPECT_EQ(info.bits, c.bits);
+    std::vector<std::uint8_t> buffer;
+    ASSERT_EQ(LoadGuarded(dir.File(c.name), 4 * 2 * c.samplesPerPixel, 2, buffer), 0);
+    for (std::size_t i = 0; i < 8; ++i) {
+      std::uint16_t v;
+      std::memcpy(&v, buffer.data() + i * 2 * c.samplesPerPixel, 2);
+      EXPECT_EQ(v, grey[i] >> c.shift) << i;
+    }
+  }
+  ImageInfo info{};
+  ASSERT_EQ(GetImageInfo(dir.File("nibbles.png").c_str(), &info), 0);
+  EXPECT_EQ(info.bits, 8u);
+  std::vector<std::uint8_t> buffer;
+  ASSERT_EQ(LoadGuarded(dir.File("nibbles.png"), 4, 2, buffer), 0);
+  EXPECT_EQ(buffer, (std::vector<std::uint8_t>{255, 136, 0, 51, 17, 34, 68, 238}));
+}
+
 // Each reader, given its own files cut short, bent or lying about their size.
 class DamagedImages : public ::testing::TestWithParam<const char*> {};
 
