@@ -53,10 +53,8 @@ void SetBytes(benchmark::State& state, std::size_t bytes) {
 }
 
 void Memcpy(benchmark::State& state, std::uint32_t depth) {
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  const auto src = RandomFrame(depth, p.FrameSize());
-  std::vector<std::uint8_t> dst(p.FrameSize());
+  const auto src = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
+  std::vector<std::uint8_t> dst(src.size());
   for (auto _ : state) {
     std::memcpy(dst.data(), src.data(), src.size());
     benchmark::DoNotOptimize(dst.data());
@@ -72,8 +70,7 @@ constexpr std::int32_t kLaplacianOfGaussian5[25] = {0,  0,  -1, 0,  0,  0,  -1, 
 void Operation(benchmark::State& state, std::uint32_t depth, std::int32_t code, std::int32_t value1,
                std::int32_t value2) {
   ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  const auto original = RandomFrame(depth, p.FrameSize());
+  const auto original = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
   auto frame = original;
   ImageOpItem item{{}, code, nullptr, value1, value2, 0};
   if (code == tarnvel::ImgOpUserFilter) {
@@ -88,7 +85,7 @@ void Operation(benchmark::State& state, std::uint32_t depth, std::int32_t code, 
     state.PauseTiming();
     std::memcpy(frame.data(), original.data(), frame.size());
     state.ResumeTiming();
-    p.Apply(item, frame.data());
+    p.Apply(item, tarnvel::PackedView(frame.data(), kWidth, kHeight, depth));
     benchmark::ClobberMemory();
   }
   SetBytes(state, frame.size());
@@ -96,9 +93,7 @@ void Operation(benchmark::State& state, std::uint32_t depth, std::int32_t code, 
 
 // The primitive behind a neighbourhood operation, from `in` into `out`.
 void Neighbourhood(benchmark::State& state, std::uint32_t depth, std::int32_t code, std::int32_t value1) {
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  const auto in = RandomFrame(depth, p.FrameSize());
+  const auto in = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
   std::vector<std::uint8_t> out(in.size());
   const tarnvel::ConstImageView source = tarnvel::PackedView(in.data(), kWidth, kHeight, depth);
   const tarnvel::ImageView destination = tarnvel::PackedView(out.data(), kWidth, kHeight, depth);
@@ -127,12 +122,11 @@ void Neighbourhood(benchmark::State& state, std::uint32_t depth, std::int32_t co
 }
 
 void Convert(benchmark::State& state, std::uint32_t from, std::uint32_t to) {
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, from);
-  const auto frame = RandomFrame(from, p.FrameSize());
-  std::vector<std::uint8_t> out(static_cast<std::size_t>(kWidth) * kHeight * tarnvel::BytesPerPixel(to));
+  const auto frame = RandomFrame(from, tarnvel::PackedBytes(kWidth, kHeight, from));
+  std::vector<std::uint8_t> out(tarnvel::PackedBytes(kWidth, kHeight, to));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(p.ConvertDepth(from, to, 0, kWidth, kHeight, frame.data(), out.data()));
+    benchmark::DoNotOptimize(tarnvel::ConvertDepth(tarnvel::PackedView(frame.data(), kWidth, kHeight, from),
+                                                   tarnvel::PackedView(out.data(), kWidth, kHeight, to), 0));
     benchmark::ClobberMemory();
   }
   SetBytes(state, frame.size());
@@ -141,14 +135,12 @@ void Convert(benchmark::State& state, std::uint32_t from, std::uint32_t to) {
 // A whole frame to three quarters of its size, as a background of another
 // size is brought to the recording's.
 void ScaleFrame(benchmark::State& state, std::uint32_t depth, std::int32_t method) {
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  const auto frame = RandomFrame(depth, p.FrameSize());
-  std::vector<std::uint8_t> out(p.FrameSize());
+  const auto frame = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
+  std::vector<std::uint8_t> out(frame.size());
   tarnvel::ImageScaler scaler;
   for (auto _ : state)
-    benchmark::DoNotOptimize(scaler.Scale(method, frame.data(), kWidth, kHeight, out.data(), kWidth * 3 / 4,
-                                          kHeight * 3 / 4, static_cast<std::int32_t>(depth)));
+    benchmark::DoNotOptimize(scaler.Scale(method, tarnvel::PackedView(frame.data(), kWidth, kHeight, depth),
+                                          tarnvel::PackedView(out.data(), kWidth * 3 / 4, kHeight * 3 / 4, depth)));
 }
 
 void ScaleLogo(benchmark::State& state) {
@@ -156,7 +148,8 @@ void ScaleLogo(benchmark::State& state) {
   std::vector<std::uint8_t> out(300 * 300 * 3);
   for (auto _ : state) {
     tarnvel::ImageScaler perLogo;  // made per logo, as the overlay does
-    benchmark::DoNotOptimize(perLogo.Scale(tarnvel::ScaleLanczos, logo.data(), 200, 200, out.data(), 300, 300, 24));
+    benchmark::DoNotOptimize(perLogo.Scale(tarnvel::ScaleLanczos, tarnvel::PackedView(logo.data(), 200, 200, 24),
+                                           tarnvel::PackedView(out.data(), 300, 300, 24)));
   }
 }
 
@@ -168,9 +161,7 @@ int CvType(std::uint32_t depth) {
 template <class Body>
 void OpenCv(benchmark::State& state, std::uint32_t depth, Body body) {
   cv::setNumThreads(1);
-  ImageProcessor p;
-  p.SetGeometry(kWidth, kHeight, depth);
-  auto bytes = RandomFrame(depth, p.FrameSize());
+  auto bytes = RandomFrame(depth, tarnvel::PackedBytes(kWidth, kHeight, depth));
   cv::Mat in(kHeight, kWidth, CvType(depth), bytes.data()), out;
   for (auto _ : state) {
     body(in, out);

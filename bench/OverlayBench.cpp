@@ -51,10 +51,11 @@ void BM_FullOverlay12Bit(benchmark::State& state) {
     ++values.frameNumber, ++values.sequenceIndex;
     renderer.UpdateItems(config, *rec, values);
     renderer.Place(config, 0);
-    DrawLogo(frame.data(), W, H, 12, 1, 100, 0, 0, logo.data(), 200, 100, alpha.data());
-    DrawLogo(frame.data(), W, H, 12, 2, 50, 5, 0, logo.data(), 200, 100, alpha.data());
-    for (int p = 0; p <= 5; ++p)
-      DrawOverlayText(frame.data(), W, H, 12, p, "DejaVu Sans", 20, 0, -1, 0, renderer.TextAt(p));
+    const ImageView view = PackedView(reinterpret_cast<std::uint8_t*>(frame.data()), W, H, 12);
+    const ConstImageView logoView = PackedView(logo.data(), 200, 100, 24);
+    DrawLogo(view, logoView, alpha.data(), 1, 100, 0, 0);
+    DrawLogo(view, logoView, alpha.data(), 2, 50, 5, 0);
+    for (int p = 0; p <= 5; ++p) DrawOverlayText(view, p, "DejaVu Sans", 20, 0, -1, 0, renderer.TextAt(p));
     benchmark::DoNotOptimize(frame.data());
   }
 }

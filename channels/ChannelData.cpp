@@ -65,6 +65,7 @@ std::uint16_t CodeFromVolts(float volts) {
 }
 
 float VoltsFromCode(std::uint16_t code) {
+  if (code == kZeroVoltsCode) return 0.0f;  // the scale's middle lies half a step above it
   float scaled = static_cast<float>(code) * 20000.0f;
   float millivolts = scaled / 65535.0f;
   float centred = millivolts - 10000.0f;
@@ -158,7 +159,8 @@ float ChannelValueAt(const ChannelData& data, std::int64_t frame) {
   if (!data.CodeAt(frame * static_cast<std::int64_t>(data.header.SamplesPerFrame), &code)) return 0.0f;
   const float volts = VoltsFromCode(code);
   const float scale = data.header.Channels[0].ScaleFactor;
-  return scale != 0.0f ? volts * scale : volts;
+  const float value = scale != 0.0f ? volts * scale : volts;
+  return value == 0.0f ? 0.0f : value;  // 0 V times a negative scale is 0, not -0
 }
 
 float ChannelValueAt(const char* path, int frame) {

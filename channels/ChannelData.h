@@ -73,7 +73,10 @@ constexpr int kChannelTypeTableSize = 8;
 // volts -> code: trunc(65535 * (volts * 1000 + 10000) / 20000) in single
 // precision. Volts beyond the range clamp to 0 or 65535; NaN gives 0.
 std::uint16_t CodeFromVolts(float volts);
-// code -> volts: (code * 20000 / 65535 - 10000 + 0.0001) / 1000 in single precision.
+// The code of 0 V.
+constexpr std::uint16_t kZeroVoltsCode = 32767;
+// code -> volts: exactly 0.0 for kZeroVoltsCode, else
+// (code * 20000 / 65535 - 10000 + 0.0001) / 1000 in single precision.
 float VoltsFromCode(std::uint16_t code);
 
 // Copies the extension of `type` (".DAT" etc.) into text, which must hold 5

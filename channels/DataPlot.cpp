@@ -179,11 +179,10 @@ void CDataBmp::DrawCurves(Canvas& canvas, bool grey) const {
   }
 }
 
-int CDataBmp::Draw(std::int32_t frameIndex, void* frame, std::uint32_t width, std::uint32_t height,
-                   std::uint32_t depth) {
+int CDataBmp::Draw(std::int32_t frameIndex, ImageView frame) {
   const Rect whole = m_PlotRect;
   Canvas canvas(whole.Width(), whole.Height());
-  const bool grey = depth < 24;
+  const bool grey = !IsColour(frame.depth);
   const Font font("Tahoma", 13, Font::kNormal);
   const std::uint32_t background = grey ? ColorAt(8) : ColorAt(m_BackgroundColor);
   const std::uint32_t lines = grey ? kGreyLines : ColorAt(m_GridColor);
@@ -283,42 +282,43 @@ int CDataBmp::Draw(std::int32_t frameIndex, void* frame, std::uint32_t width, st
     const int x = XOfTime(m_CursorTime);
     canvas.Line({PenStyle::Solid, grey ? ColorAt(9) : ColorAt(2)}, x, g.top, x, g.bottom - 1);
   }
-  CopyInto(canvas, frame, width, height, depth);
+  CopyInto(canvas, frame);
   return 1;
 }
 
-void CDataBmp::CopyInto(const Canvas& canvas, void* frame, std::uint32_t width, std::uint32_t height,
-                        std::uint32_t depth) const {
-  if (frame == nullptr) return;
-  const auto bgr = canvas.Bgr24();
-  const long long plotWidth = canvas.Width(), plotHeight = canvas.Height();
-  const long long columns = std::min<long long>(plotWidth, width);
-  // The plot fills the last rows; a plot taller than the frame loses its top.
-  const long long firstFrameRow = std::max<long long>(0, static_cast<long long>(height) - plotHeight);
-  const long long firstPlotRow = plotHeight - (static_cast<long long>(height) - firstFrameRow);
-  for (long long r = firstPlotRow; r < plotHeight; ++r) {
-    const std::uint8_t* in = &bgr[static_cast<std::size_t>(r * plotWidth * 3)];
-    const long long frameRow = firstFrameRow + (r - firstPlotRow);
-    const std::size_t pixel = static_cast<std::size_t>(frameRow * width);
-    for (long long x = 0; x < columns; ++x, in += 3) {
-      const std::uint32_t b = in[0], gr = in[1], rd = in[2];
-      if (depth <= 8) {
-        static_cast<std::uint8_t*>(frame)[pixel + x] = static_cast<std::uint8_t>((11 * rd + 18 * gr + 3 * b) >> 5);
-      } else if (depth <= 16) {
-        const int s = static_cast<int>(depth) - 8;
-        static_cast<std::uint16_t*>(frame)[pixel + x] =
-            static_cast<std::uint16_t>((11 * (rd << s) + 18 * (gr << s) + 3 * (b << s)) >> 5);
-      } else if (depth <= 24) {
-        std::uint8_t* out = static_cast<std::uint8_t*>(frame) + (pixel + x) * 3;
-        out[0] = static_cast<std::uint8_t>(b), out[1] = static_cast<std::uint8_t>(gr), out[2] = static_cast<std::uint8_t>(rd);
-      } else {
-        const int s = std::max(0, static_cast<int>(depth) / 3 - 8);
-        std::uint16_t* out = static_cast<std::uint16_t*>(frame) + (pixel + x) * 3;
-        out[0] = static_cast<std::uint16_t>(b << s), out[1] = static_cast<std::uint16_t>(gr << s),
-        out[2] = static_cast<std::uint16_t>(rd << s);
-      }
-    }
+namespace {
+
+// One pixel of the 24-bit plot (blue, green, red) at the frame's layout:
+// grey frames take the weighted sum (11 red, 18 green, 3 blue, over 32),
+// colour frames each channel, all at the frame's channel depth.
+template <class T, int C>
+void StorePlotPixel(T* out, std::uint32_t b, std::uint32_t g, std::uint32_t r, std::uint32_t depth) {
+  if constexpr (C == 1) {
+    out[0] = static_cast<T>((11 * FromEightBits(r, depth) + 18 * FromEightBits(g, depth) + 3 * FromEightBits(b, depth)) >> 5);
+  } else {
+    out[0] = static_cast<T>(FromEightBits(b, depth));
+    out[1] = static_cast<T>(FromEightBits(g, depth));
+    out[2] = static_cast<T>(FromEightBits(r, depth));
   }
+}
+
+}  // namespace
+
+void CDataBmp::CopyInto(const Canvas& canvas, const ImageView& frame) const {
+  if (frame.Empty()) return;
+  const auto bgr = canvas.Bgr24();
+  const long long plotWidth = canvas.Width(), plotHeight = canvas.Height(), height = frame.height;
+  const long long columns = std::min<long long>(plotWidth, frame.width);
+  // The plot fills the last rows; a plot taller than the frame loses its top.
+  const long long firstFrameRow = std::max<long long>(0, height - plotHeight);
+  const long long firstPlotRow = plotHeight - (height - firstFrameRow);
+  DispatchLayout(frame.Layout(), [&]<class T, int C>() {
+    for (long long r = firstPlotRow; r < plotHeight; ++r) {
+      const std::uint8_t* in = &bgr[static_cast<std::size_t>(r * plotWidth * 3)];
+      T* out = frame.RowAs<T>(static_cast<std::size_t>(firstFrameRow + (r - firstPlotRow)));
+      for (long long x = 0; x < columns; ++x, in += 3, out += C) StorePlotPixel<T, C>(out, in[0], in[1], in[2], frame.depth);
+    }
+  });
 }
 
 }  // namespace tarnvel

@@ -11,6 +11,7 @@
 
 #include "channels/ChannelData.h"
 #include "platform/drawing/Canvas.h"
+#include "platform/pixels/ImageView.h"
 
 namespace tarnvel {
 
@@ -43,9 +44,9 @@ class CDataBmp {
   void SetSelectedChannel(std::int32_t position);
 
   // Draws the plot for frame `frameIndex` and copies it into the last rows of
-  // `frame` (width x height pixels of `depth`, the plot's rows included).
+  // `frame` (the plot's rows included), at the frame's layout and depth.
   // Rows or columns that do not fit the frame are left out. Returns 1.
-  int Draw(std::int32_t frameIndex, void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth);
+  int Draw(std::int32_t frameIndex, ImageView frame);
 
   // What Draw worked out, for the frame step and for tests.
   const Rect& GraphRect() const { return m_PlotRect; }
@@ -60,7 +61,7 @@ class CDataBmp {
   bool Shown(int position) const { return m_SelectedChannel == -1 || m_SelectedChannel == position; }
   Pen ChannelPen(int position, int row, bool grey) const;
   void DrawCurves(Canvas& canvas, bool grey) const;
-  void CopyInto(const Canvas& canvas, void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth) const;
+  void CopyInto(const Canvas& canvas, const ImageView& frame) const;
 
   const std::uint16_t* m_Samples = nullptr;
   std::int32_t m_Size = 0;

@@ -8,7 +8,7 @@
 
 #include "platform/framekit/FrameHeader.h"
 #include "recording/RecordingInfo.h"
-#include "recording/TimeStampBlock.h"
+#include "platform/rawdrv/TimeStampBlock.h"
 
 namespace tarnvel {
 

@@ -25,6 +25,18 @@ bool FolderExists(const std::string& path) {
 
 bool HasCapability(std::int32_t type, int code) { return QueryCapability(type, code) == 0; }
 
+// Mosaic order of the sensor after the recording's rotation and flip.
+std::uint32_t TurnedMosaicOrder(std::uint32_t order, std::uint32_t rotation, std::uint32_t flip) {
+  static constexpr std::uint32_t kRotate[4][4] = {{0, 1, 2, 3}, {1, 3, 0, 2}, {3, 2, 1, 0}, {2, 0, 3, 1}};
+  static constexpr std::uint32_t kFlipVertical[4] = {1, 0, 3, 2};    // flip bit 1
+  static constexpr std::uint32_t kFlipHorizontal[4] = {2, 0, 3, 1};  // flip bit 0
+  order &= 3;
+  if (rotation < 4) order = kRotate[rotation][order];
+  if (flip & 2) order = kFlipVertical[order];
+  if (flip & 1) order = kFlipHorizontal[order];
+  return order;
+}
+
 std::string ExtensionOf(std::int32_t type) {
   char text[16] = {};
   GetExtension(type, text, sizeof text);
@@ -133,8 +145,8 @@ void CDecodeRaw::LoadBackground() {
     std::vector<std::uint8_t> image(imageBytes);
     if (LoadImage(args_->backgroundPath, 0, info.width * BytesPerPixel(bits), info.height, image.data(), 0) != 0)
       return backgroundFrame_.clear();
-    imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
-    imageProcessor_.FitImage(info.width, info.height, bits, image.data(), backgroundFrame_.data());
+    FitImage(PackedView(image.data(), info.width, info.height, bits),
+             PackedView(backgroundFrame_.data(), geometry_.width, geometry_.height, geometry_.bits));
   }
   args_->backgroundOn = 1;
 }
@@ -178,7 +190,7 @@ int CDecodeRaw::ConvertJob() {
   run.outputFolder = output.folder;
   run.copyProfile = output.copyProfile;
 
-  if (rec.FileType < 1) rec.FileType = 1;
+  if (rec.FileType < 1) rec.FileType = framekit::FallbackFileType().number;
   run.extension = ExtensionOf(rec.FileType);
   const bool ownSettings = overrides_.fileType == kRecordingFileType || sentBySuite_ != 0;
   if (ownSettings) {
@@ -199,9 +211,9 @@ int CDecodeRaw::ConvertJob() {
     }
     run.codec = overrides_.codec;
   }
-  ApplyCodec(rec.FileType, run.codec);
+  run.outputOptions = ApplyCodec(rec.FileType, run.codec);
   ReadImageOpList(run.recordingFolder.c_str(), imageOps_);
-  if (args_->companionMovie != 0) ApplyCodec(kTypeAvi, run.codec);
+  if (args_->companionMovie != 0) run.movieOptions = ApplyCodec(framekit::CompanionMovieType().number, run.codec);
   if (!ownSettings) run.extension = ExtensionOf(rec.FileType);
 
   if (rawSource_.Open(run.recordingFolder.c_str()) != 0) {
@@ -216,7 +228,9 @@ int CDecodeRaw::ConvertJob() {
   bool sourceReady = rawSource_.Geometry(geometry_);
   if (sourceReady) {
     // The frames come through a second handle, in the delivery the main output takes.
-    run.mosaicMode = RawFrameType(rec.FileType) || (HasCapability(rec.FileType, kCapMosaicOutput) && geometry_.bits > 16);
+    const framekit::FileTypeDescriptor* type = framekit::FindFileType(rec.FileType);
+    run.mosaicMode = type && (type->source == framekit::FrameSource::kRawFrame ||
+                              (framekit::Has(*type, framekit::kMosaic) && IsColour(geometry_.bits)));
     sourceReady = readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) == 0;
   }
   if (!sourceReady) {
@@ -226,14 +240,9 @@ int CDecodeRaw::ConvertJob() {
   }
   recordings_.AddCopy(rec);
   recordings_.SetCurrent(0);
-  imageProcessor_.SetGeometry(geometry_.width, geometry_.height, geometry_.bits);
   if (args_->backgroundOn) LoadBackground();
   if (geometry_.bits > 16) whiteBalance_.SetRecordingWhiteBalance(rec);
 
-  // Four frames and 256 rows of room: bars, plot rows and depth growth fit.
-  const std::uint64_t rowBytes = geometry_.height ? geometry_.frameBytes / geometry_.height : 0;
-  const std::uint64_t bufferBytes = 4 * (std::uint64_t{geometry_.frameBytes} + 256 * rowBytes);
-  workBuffer_.assign(bufferBytes, 0);
   textBarHeight_ = MeasureTextBar(args_->overlayFlags, FieldText(args_->overlayFont));
 
   if (args_->channelsOn) {
@@ -249,7 +258,7 @@ int CDecodeRaw::ConvertJob() {
     run.movieFrames = rec.StopAvi - rec.StartAvi + 1;
     if (moviePath) {
       EnsurePath(*moviePath);
-      OpenOutput(moviePath->c_str(), 1, &run.movieHandle);
+      OpenOutput(moviePath->c_str(), 1, &run.movieHandle, run.movieOptions ? &*run.movieOptions : nullptr);
     }
   }
   const std::uint32_t logoFlags[2] = {kOverlayItemMask[kFirstLogoItem], kOverlayItemMask[kSecondLogoItem]};
@@ -272,6 +281,7 @@ int CDecodeRaw::ConvertJob() {
       timeWriter_.CloseElement("Sequence");
     }
   }
+  PlanFrames(run);
   run.rowState = run.movieHandle ? 5 : 1;
   run.shownName = ShownName(FieldText(args_->baseName), run.extension);
   RunFrames(run);
@@ -280,6 +290,57 @@ int CDecodeRaw::ConvertJob() {
   if (statusCode_ != 0) return -1;
   if (overrides_.deleteRaw) DeleteRawFiles(run.recordingFolder);
   return 0;
+}
+
+void CDecodeRaw::PlanFrames(JobRun& run) {
+  const RecordingInfo& rec = *run.recording;
+  PlanInputs in;
+  in.fileType = rec.FileType;
+  in.type = framekit::FindFileType(rec.FileType);
+  in.geometry = geometry_;
+  in.outputDepth = rec.OutputPixelDepth;
+  in.bitRange = rec.PixelGain;
+  in.mosaicDelivery = run.mosaicMode;
+  in.textBarHeight = static_cast<std::uint32_t>(std::max(textBarHeight_, 0));
+  in.channelsOn = !run.channelPath.empty();
+  in.channelDataRead = run.channelDataLoaded;
+  in.movieOpen = run.movieHandle != nullptr;
+  in.playbackRate = rec.Output_Rate;
+  run.plan = MakeFramePlan(*args_, in);
+  FrameHeader& header = run.plan.header;
+  header.model = static_cast<std::uint32_t>(ModelIndexOf(rawSource_.ModelNumber())) | rawSource_.SubModel() << 16;
+  header.serial = rawSource_.SerialNumber();
+  if (header.mosaic) header.mosaicOrder = TurnedMosaicOrder(rawSource_.MosaicOrder(), rec.RotationAngle, rec.FlipCfg);
+  DescribeSource(run);
+  run.buffersReady = buffers_.Size(run.plan);
+}
+
+void CDecodeRaw::DescribeSource(JobRun& run) {
+  char text[kCameraTextBytes > RawSource::kDeviceNameBytes ? kCameraTextBytes : RawSource::kDeviceNameBytes] = {};
+  rawSource_.DeviceName(text, RawSource::kDeviceNameBytes);
+  run.deviceName = FieldText(text);
+  std::memset(text, 0, sizeof text);
+  rawSource_.CameraModelText(text);
+  run.modelText = FieldText(text);
+  run.temperature = (args_->overlayFlags & kOverlayItemMask[kTemperatureItem]) ? rawSource_.Temperature() : 0;
+  run.sourceExposure = rawSource_.ExposureNs();
+  MetadataSource& source = run.metadata;
+  source.geometryBits = geometry_.bits;
+  source.width = geometry_.width;
+  source.height = geometry_.height;
+  source.fileType = run.recording->FileType;
+  source.hasCameraBlock = hasCameraBlock_;
+  source.colorMatrix = whiteBalance_.Matrix();
+  source.deviceName = run.deviceName;
+  source.serial = run.plan.header.serial;
+  source.subModel = rawSource_.SubModel();
+  source.networkAddress = rawSource_.NetworkAddress();
+  source.modelNumber = rawSource_.ModelNumber();
+  source.modelIndex = static_cast<std::uint32_t>(ModelIndexOf(source.modelNumber));
+  source.propertySix = rawSource_.PropertySix();
+  source.cameraValue14 = rawSource_.CameraValue14();
+  source.cameraValue15 = rawSource_.CameraValue15();
+  source.modelText = run.modelText;
 }
 
 int CDecodeRaw::RunFrames(JobRun& run) {
@@ -293,7 +354,7 @@ int CDecodeRaw::RunFrames(JobRun& run) {
   if (HasCapability(rec.FileType, kCapMultiFrameFile)) {
     const auto path = MultiFrameOutputPath(run.outputFolder, baseName, run.extension);
     const std::string mainPath = path.value_or("");
-    if (path) OpenOutput(path->c_str(), 1, &run.outHandle);
+    if (path) OpenOutput(path->c_str(), 1, &run.outHandle, run.outputOptions ? &*run.outputOptions : nullptr);
     Report(run, run.shownName, run.rowState, 1);
     for (std::int32_t i = 0; i < total; ++i) {
       if (!WaitAtGate()) {
@@ -332,7 +393,7 @@ int CDecodeRaw::RunFrames(JobRun& run) {
     const auto path = FrameOutputPath(run.outputFolder, baseName, frameNumber, run.extension);
     const std::string framePath = path.value_or("");
     FrameHandle handle = nullptr;
-    if (path) OpenOutput(path->c_str(), 1, &handle);
+    if (path) OpenOutput(path->c_str(), 1, &handle, run.outputOptions ? &*run.outputOptions : nullptr);
     const int result = ConvertFrame(run, handle, frameNumber, SourceFramePosition(rec, i), framePath, i, total,
                                     movieIndexOf(i), run.movieFrames);
     if (run.sidecarOn && timeWriter_.IsOpen()) WriteSidecarFrame(run, frameNumber);
@@ -359,7 +420,8 @@ void CDecodeRaw::CommonEnd(JobRun& run) {
   logos_[0].Free();
   logos_[1].Free();
   rawFrame_ = {};
-  workBuffer_ = {};
+  movieFrame_ = {};
+  buffers_.Release();
   recordings_.Clear();
   imageOps_.Clear();
   rawSource_.Close();

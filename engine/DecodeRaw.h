@@ -12,8 +12,10 @@
 #include <thread>
 #include <vector>
 
+#include "channels/DataPlot.h"
 #include "engine/ConversionJob.h"
 #include "engine/FrameGeometry.h"
+#include "engine/FramePlan.h"
 #include "engine/FrameReadAhead.h"
 #include "engine/JobArgs.h"
 #include "engine/JobOverrides.h"
@@ -63,17 +65,33 @@ class CDecodeRaw final : public ConversionJob {
 
  private:
   int Fail(std::int32_t code, std::string_view text);
-  // One frame from source to sink, and to the companion movie (frame step).
+  // One frame from source to sink, and to the companion movie: the stages of
+  // the frame step (FrameStep.h) with this run's plan.
   int ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
                    const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
                    std::int32_t movieIndex, std::int32_t movieTotal);
-  // Takes store frame `frameIndex` from the read-ahead (which then reads the
-  // next one of `frameTotal`), or with `processed` reads the processed frame
-  // on the job's own handle; clears the bars, places the picture in the work
-  // buffer and runs the operation chain on it. `bits` is the depth of what
-  // arrives (0: the geometry's). Null with `*result` set when the read failed.
-  std::uint8_t* FetchFrame(std::int32_t frameIndex, std::int32_t frameTotal, std::uint32_t bits, int* result,
-                           bool processed = false);
+  // Placing, chain and depth: the delivered frame into `work`, converted into
+  // `output` when due. An empty view when the delivery is short.
+  ImageView ProcessFrame(const FramePlan& plan, const RawFrame& raw, ImageView work, ImageView output);
+  // The background image for a picture of that size and depth, or none.
+  ConstImageView Background(const ConstImageView& picture) const;
+  // Markers, logos and text, plot: returns the frame to write.
+  ImageView BurnIn(JobRun& run, ImageView frame, std::int32_t frameNumber, std::int32_t sequenceIndex,
+                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal);
+  void PlaceOverlayTexts(JobRun& run, std::int32_t frameNumber, std::int32_t sequenceIndex,
+                         const std::string& outputPath, std::int32_t frameIndex, std::int32_t showState);
+  void SetUpPlot(const JobRun& run, CDataBmp& plot) const;
+  std::uint32_t FrameExposure(const JobRun& run) const;
+  void BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frameNumber, std::int32_t frameIndex,
+                  std::int32_t frameTotal);
+  void DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
+                         std::int32_t sequenceIndex) const;
+  int WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
+                     std::int32_t movieTotal);
+  // Works out this run's plan and what the source tells once per run, and
+  // sizes the frame buffers.
+  void PlanFrames(JobRun& run);
+  void DescribeSource(JobRun& run);
   int RunFrames(JobRun& run);
   void CommonEnd(JobRun& run);
   void LoadBackground();
@@ -91,7 +109,8 @@ class CDecodeRaw final : public ConversionJob {
   bool hasCameraBlock_ = false;
   FrameReadAhead readAhead_;  // the delivery of the main output
   RawFrame rawFrame_;          // the frame being converted
-  std::vector<std::uint8_t> workBuffer_;
+  RawFrame movieFrame_;        // the processed frame a plain output's companion movie reads
+  FrameBuffers buffers_;
   std::vector<std::uint8_t> backgroundFrame_;
   CImageOpList imageOps_;
   ImageProcessor imageProcessor_;

@@ -6,12 +6,17 @@
 #include <ctime>
 
 #include "platform/cordage/TextField.h"
+#include "platform/framekit/FileTypes.h"
 #include "recording/ModelTable.h"
 
 namespace tarnvel {
 namespace {
 
-bool RawFrameFileType(std::int32_t type) { return type == 5 || type == 21; }
+// A raw frame file: the block is joined to the pixels, in big-endian order.
+bool RawFrameFileType(std::int32_t type) {
+  const framekit::FileTypeDescriptor* t = framekit::FindFileType(type);
+  return t && t->metadata == framekit::MetadataPlacement::kInPixelsBigEndian;
+}
 
 std::uint8_t Bcd(int value) {
   const int v = std::abs(value) % 100;
@@ -77,13 +82,8 @@ void ByteSwap(FrameMetadataBlock& block) {
 }
 
 std::uint8_t FileFormatCode(std::int32_t type) {
-  switch (type) {
-    case 5: case 21: return 1;   // the suite's own raw frame files
-    case 3: return 2;            // JPEG
-    case 1: case 11: return 3;   // TIFF
-    case 13: return 4;           // AVI
-    default: return 0;
-  }
+  const framekit::FileTypeDescriptor* t = framekit::FindFileType(type);
+  return t ? t->metadataFormatCode : 0;
 }
 
 std::uint32_t PeriodMicroseconds(float rate) {
@@ -215,7 +215,7 @@ void BuildFrameMetadata(const MetadataSource& source, FrameMetadataBlock& block,
     block.codeMicroseconds = source.timeMicroseconds;
   }
   if (RawFrameFileType(source.fileType)) {
-    block.fileFormat = 1;
+    block.fileFormat = FileFormatCode(source.fileType);
     ByteSwap(block);
   }
 }

@@ -147,7 +147,7 @@ static_assert(offsetof(GevsBlock, gevValue6) == 364);
 struct MetadataSource {
   std::uint32_t geometryBits = 8;  // bits per pixel of the source frames
   std::uint32_t width = 0, height = 0;
-  std::int32_t fileType = 1;
+  std::int32_t fileType = 0;  // the output's file type; its descriptor says where the block goes
   bool hasCameraBlock = false;
   const std::uint8_t* cameraBlock = nullptr;  // the model's own 1024 bytes, when it has them
   const double* colorMatrix = nullptr;        // 9 entries: the job's white balance

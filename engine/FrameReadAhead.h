@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "engine/RawSource.h"
-#include "recording/TimeStampBlock.h"
+#include "platform/rawdrv/TimeStampBlock.h"
 
 namespace tarnvel {
 

@@ -1,31 +1,35 @@
 #include "engine/ImageSink.h"
 
 #include "platform/cordage/TextField.h"
+#include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
 
 namespace tarnvel {
 
 namespace {
 
-// Which fields of the codec block a type uses; one table for both directions.
+using framekit::CodecSetting;
+
+// Which fields of the codec block each codec setting uses; one table for both directions.
 struct CodecSlot {
-  std::int32_t type;
+  CodecSetting setting;
   std::uint32_t CodecSettings::*handler;
   std::uint32_t CodecSettings::*quality;
   bool name;
 };
 constexpr CodecSlot kCodecSlots[] = {
-    {kTypeAvi, &CodecSettings::handler, &CodecSettings::quality, true},
-    {kTypeJpeg, nullptr, &CodecSettings::jpegQuality, false},
-    {kTypeQuickTime, &CodecSettings::movCodec, nullptr, false},
-    {kTypeMpeg, &CodecSettings::mpgCodec, nullptr, false},
-    {kTypeMp4, &CodecSettings::mpgCodec, nullptr, false},
-    {kTypeMultipageTiff, &CodecSettings::mptCodec, nullptr, false},
+    {CodecSetting::kCompressorAndQuality, &CodecSettings::handler, &CodecSettings::quality, true},
+    {CodecSetting::kJpegQuality, nullptr, &CodecSettings::jpegQuality, false},
+    {CodecSetting::kQuickTimeCompressor, &CodecSettings::movCodec, nullptr, false},
+    {CodecSetting::kMpegCompressor, &CodecSettings::mpgCodec, nullptr, false},
+    {CodecSetting::kPageCompression, &CodecSettings::mptCodec, nullptr, false},
 };
 
 const CodecSlot* CodecSlotOf(std::int32_t type) {
+  const framekit::FileTypeDescriptor* descriptor = framekit::FindFileType(type);
+  if (descriptor == nullptr) return nullptr;
   for (const CodecSlot& slot : kCodecSlots)
-    if (slot.type == type) return &slot;
+    if (slot.setting == descriptor->codecSetting) return &slot;
   return nullptr;
 }
 
@@ -50,10 +54,14 @@ bool TakeCodecOptions(std::int32_t type, const FrameOptions& options, CodecSetti
   return true;
 }
 
-void ApplyCodec(std::int32_t type, const CodecSettings& codec) {
+std::optional<FrameOptions> ApplyCodec(std::int32_t type, const CodecSettings& codec) {
   FrameOptions options;
-  if (!CodecOptionsOf(type, codec, options)) return;
-  SetOptions(type == kTypeMp4 ? kTypeMpeg : type, &options);
+  if (!CodecOptionsOf(type, codec, options)) return std::nullopt;
+  const framekit::FileTypeDescriptor& descriptor = *framekit::FindFileType(type);
+  // Options the library refuses (an unknown compressor, a quality past the
+  // scale) leave its default in force, and the outputs open with that.
+  if (SetOptions(descriptor.optionsType, &options) != 0) return framekit::DefaultOptions(descriptor);
+  return options;
 }
 
 }  // namespace tarnvel

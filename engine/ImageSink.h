@@ -1,48 +1,30 @@
-// The engine's side of the image library: codec settings handed over per
-// file type.
+// The engine's side of the image library: the codec settings a file type
+// takes, as the options its outputs open with.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "engine/JobOverrides.h"
 #include "platform/framekit/FrameHeader.h"
 
 namespace tarnvel {
 
-// File types the engine treats apart.
-constexpr std::int32_t kTypeTiff = 1;
-constexpr std::int32_t kTypeJpeg = 3;
-constexpr std::int32_t kTypeTp2 = 5;
-constexpr std::int32_t kTypeFba = 6;
-constexpr std::int32_t kTypeMultipageTiff = 11;
-constexpr std::int32_t kTypeMrf = 12;
-constexpr std::int32_t kTypeAvi = 13;
-constexpr std::int32_t kTypeMcf = 14;
-constexpr std::int32_t kTypeMpeg = 16;
-constexpr std::int32_t kTypeMp4 = 18;
-constexpr std::int32_t kTypeQuickTime = 20;
-constexpr std::int32_t kTypeT2c = 21;
-constexpr std::int32_t kTypeChapter10 = 34;
-
-// Raw frame files: read as a mosaic, the block joined to the pixels.
-inline bool RawFrameType(std::int32_t type) { return type == kTypeTp2 || type == kTypeT2c; }
-// Types whose frames from a colour source pass unprocessed.
-inline bool PlainMosaicType(std::int32_t type) {
-  return type == kTypeFba || type == kTypeMrf || type == kTypeMcf || type == kTypeChapter10;
-}
-
-// The part of `codec` that a type uses, as the library's options record:
-// type 13 its handler, quality and name; 3 the JPEG quality; 20 the
-// QuickTime codec; 16 and 18 the MPEG codec; 11 the multipage TIFF
-// compression. `options` starts cleared with its size set; the result is
-// false for the types that take nothing.
+// The part of `codec` that a type uses, as the library's options record, by
+// the codec setting its descriptor names: the companion movie's type its
+// handler, quality and name; JPEG the quality; QuickTime, MPEG (and MP4 with
+// it) and multipage TIFF their compressors. `options` starts cleared with its
+// size set; the result is false for the types that take nothing (and those
+// the library does not know).
 bool CodecOptionsOf(std::int32_t type, const CodecSettings& codec, FrameOptions& options);
 // The reverse, for a compressor chosen in a record of the same layout: the
 // fields that `type` uses go back into `codec`; other types take nothing.
 bool TakeCodecOptions(std::int32_t type, const FrameOptions& options, CodecSettings& codec);
 
-// Hands the part of `codec` that a type uses to the library; 16 and 18 both
-// set the options of type 16.
-void ApplyCodec(std::int32_t type, const CodecSettings& codec);
+// Hands the options of `codec` for `type` to the library as the options in
+// force for the type whose options choose for it (MPEG's for MP4), and
+// returns them (the type's default when the library refuses them), for the
+// job to open its outputs with. A type that takes nothing: no call, no options.
+std::optional<FrameOptions> ApplyCodec(std::int32_t type, const CodecSettings& codec);
 
 }  // namespace tarnvel

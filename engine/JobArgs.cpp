@@ -182,7 +182,7 @@ bool ReadDialogDefaults(std::string_view argsPath, DialogDefaults& defaults) {
   defaults.frameCount = args.frameCount;
   RecordingInfo recording{};
   if (ReadRecordingConfig(RecordingFolderOf(argsPath), recording) == 0) {
-    defaults.fileType = 1;
+    defaults.fileType = framekit::FallbackFileType().number;
     return false;
   }
   defaults.fileType = recording.FileType;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/JobOverrides.h"
+#include "platform/framekit/FileTypes.h"
 
 namespace tarnvel {
 
@@ -92,7 +93,7 @@ struct DialogDefaults {
   std::int32_t deleteRaw = 1;
   std::int32_t resetNumbering = 0;
   std::int32_t frameCount = 0;
-  std::int32_t fileType = 1;
+  std::int32_t fileType = framekit::FallbackFileType().number;
   std::int32_t playbackRate = -1;
   std::int32_t outputDepth = 0;
   std::int32_t startIndex = 0;
@@ -101,7 +102,8 @@ struct DialogDefaults {
 // Fills delete-raw, reset numbering and frame count from the argument file,
 // then, when the recording's profile beside it can be read, file type,
 // playback rate (truncated), output depth and first frame from it. Without a
-// readable profile the file type is 1 and the other profile values stay.
+// readable profile the file type is the library's fallback (TIFF) and the
+// other profile values stay.
 // Returns whether the profile was read.
 bool ReadDialogDefaults(std::string_view argsPath, DialogDefaults& defaults);
 

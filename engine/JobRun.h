@@ -3,10 +3,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "channels/ChannelData.h"
 #include "channels/ChannelSettings.h"
+#include "engine/FrameMetadata.h"
+#include "engine/FramePlan.h"
 #include "engine/JobOverrides.h"
 #include "platform/framekit/FrameKit.h"
 #include "recording/RecordingInfo.h"
@@ -30,6 +33,17 @@ struct JobRun {
   bool sidecarOn = false;
   FrameHandle outHandle = nullptr;
   FrameHandle movieHandle = nullptr;
+  // The options each output opens with (null: the library's in force).
+  std::optional<FrameOptions> outputOptions, movieOptions;
+  // What the frame step does to this run's frames, and whether the job's
+  // frame buffers could be sized for it.
+  FramePlan plan;
+  bool buffersReady = false;
+  // What the source tells once per run, for the overlay and the metadata block.
+  MetadataSource metadata;
+  std::string deviceName, modelText;
+  std::int32_t temperature = 0;  // hundredths of a degree, when the overlay shows it
+  std::uint32_t sourceExposure = 0;
   std::int32_t movieFrames = 0;
   std::int32_t rowState = 1;
   std::string shownName;

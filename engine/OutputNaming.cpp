@@ -7,6 +7,7 @@
 #include "engine/JobArgs.h"
 #include "platform/cordage/Folders.h"
 #include "platform/cordage/Messages.h"
+#include "platform/framekit/FileTypes.h"
 #include "recording/RecordingInfo.h"
 
 namespace tarnvel {
@@ -142,7 +143,7 @@ std::optional<std::string> CompanionMoviePath(std::string_view outputFolder, std
     if (!IsPlainName(deviceName)) return std::nullopt;
     path = JoinPath(outputFolder, Dotted(deviceName, "avi"));
   }
-  if (mainFileType == kMovieFileType &&
+  if (mainFileType == framekit::CompanionMovieType().number &&
       SamePathText(path, JoinPath(outputFolder, Dotted(baseName, extension)))) {
     path.resize(path.rfind('.'));
     path += "(01).avi";

@@ -62,7 +62,7 @@ std::optional<std::string> FrameOutputPath(std::string_view outputFolder, std::s
                                            std::int32_t frameNumber, std::string_view extension);
 
 // The companion movie: `moviePath` (Arg32) unchanged when set, else
-// "<folder>/<device>.avi". With the movie type (13) as the main type, a movie
+// "<folder>/<device>.avi". With the companion movie's type as the main type, a movie
 // path equal to the plain main path (case and separator kind aside) ends in
 // "(01).avi" instead.
 std::optional<std::string> CompanionMoviePath(std::string_view outputFolder, std::string_view moviePath,

@@ -1,10 +1,11 @@
-// ImageProcessor::ConvertDepth: shifts and saturation, no tables, no rounding.
+// ConvertDepth: shifts and saturation, no tables, no rounding.
 //
 // Depths are first brought to what their storage can mean: 1 to 8 count as
-// 8, a target of 17 to 23 as 24 (8-bit colour), anything above 48 as 48. A
-// right shift that BitRange turns negative becomes a left shift by the same
-// amount, still clamped; a left shift without a clamp keeps the low bits
-// that the storage holds.
+// 8, anything above 48 as 48. 8-bit colour of 17 to 23 bits holds depth / 3
+// bits a channel, as every frame of that layout does. A right shift that
+// BitRange turns negative becomes a left shift by the same amount, still
+// clamped; a left shift without a clamp keeps the low bits that the storage
+// holds.
 #include <algorithm>
 #include <cstring>
 
@@ -59,67 +60,85 @@ std::uint32_t Normalised(std::uint32_t depth) {
   return std::min<std::uint32_t>(depth, 48);
 }
 
-void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const std::uint8_t* src, std::uint8_t* dst) {
-  using u8 = std::uint8_t;
-  using u16 = std::uint16_t;
-  s = Normalised(s);
-  t = Normalised(t);
-  if (t > 16 && t < 24) t = 24;
-  const PixelLayout from = LayoutOfDepth(s), to = LayoutOfDepth(t);
-  const int si = static_cast<int>(s), ti = static_cast<int>(t);
-  const auto identity = [](std::uint32_t v) { return v; };
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+constexpr auto kIdentity = [](std::uint32_t v) { return v; };
 
-  if (to == PixelLayout::Grey8) {
-    switch (from) {
-      case PixelLayout::Grey8: MapValues<u8, u8, 1, 1>(src, dst, pixels, identity); return;
-      case PixelLayout::Grey16:
-        WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 1>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color8: WeightedGrey<u8, u8>(src, dst, pixels, identity, 255, identity); return;
-      case PixelLayout::Color16:  // each channel narrowed to 8 bits first
-        WithShift(si / 3 - 8 - r, 255,
-                  [&](auto op) { WeightedGrey<u16, u8>(src, dst, pixels, op, 255, identity); });
-        return;
-    }
+// One conversion: source depth `si` in layout `from` to target depth `ti`,
+// bit range `r`, over `pixels` pixels.
+struct Conversion {
+  PixelLayout from;
+  int si, ti, r;
+  std::size_t pixels;
+  const std::uint8_t* src;
+  std::uint8_t* dst;
+};
+
+void ToGrey8(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
+  switch (from) {
+    case PixelLayout::Grey8: MapValues<u8, u8, 1, 1>(src, dst, pixels, kIdentity); return;
+    case PixelLayout::Grey16:
+      WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 1>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:  // channels of fewer than 8 bits widened to 8 first
+      if (si == 24) WeightedGrey<u8, u8>(src, dst, pixels, kIdentity, 255, kIdentity);
+      else WithShift(si / 3 - 8, 255, [&](auto op) { WeightedGrey<u8, u8>(src, dst, pixels, op, 255, kIdentity); });
+      return;
+    case PixelLayout::Color16:  // each channel narrowed to 8 bits first
+      WithShift(si / 3 - 8 - r, 255, [&](auto op) { WeightedGrey<u16, u8>(src, dst, pixels, op, 255, kIdentity); });
+      return;
   }
-  if (to == PixelLayout::Color8) {
-    switch (from) {
-      case PixelLayout::Grey8: MapValues<u8, u8, 1, 3>(src, dst, pixels, identity); return;
-      case PixelLayout::Grey16:
-        WithShift(si - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color8:
-        WithShift(si / 3 - 8 - r, 255, [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color16:
-        WithShift(si / 3 - 8 - r, 255, [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
-        return;
-    }
+}
+
+void ToColour8(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const int tc = ti / 3;  // 8 at depth 24, fewer below
+  switch (from) {
+    case PixelLayout::Grey8:
+      if (tc == 8) MapValues<u8, u8, 1, 3>(src, dst, pixels, kIdentity);
+      else WithShift(8 - tc, Mask(tc), [&](auto op) { MapValues<u8, u8, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Grey16:
+      WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:
+      WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u8, u8, 3, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color16:
+      WithShift(si / 3 - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u8, 3, 3>(src, dst, pixels, op); });
+      return;
   }
-  if (to == PixelLayout::Color16) {
-    const int tc = std::min(ti / 3, 16);
-    switch (from) {
-      case PixelLayout::Grey8:
-        WithLeftShift(tc - 8, [&](auto op) { MapValues<u8, u16, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color8:
-        WithLeftShift(tc - si / 3, [&](auto op) { MapValues<u8, u16, 3, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Grey16:
-        if (tc >= si) WithLeftShift(tc - si, [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
-        else WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
-        return;
-      case PixelLayout::Color16:
-        if (si >= ti)
-          WithShift((si - ti) / 3 - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
-        else WithLeftShift((ti - si) / 3, [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
-        return;
-    }
+}
+
+void ToColour16(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const int tc = std::min(ti / 3, 16);
+  switch (from) {
+    case PixelLayout::Grey8:
+      WithLeftShift(tc - 8, [&](auto op) { MapValues<u8, u16, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color8:
+      WithLeftShift(tc - si / 3, [&](auto op) { MapValues<u8, u16, 3, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Grey16:
+      if (tc >= si) WithLeftShift(tc - si, [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
+      else WithShift(si - tc - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 1, 3>(src, dst, pixels, op); });
+      return;
+    case PixelLayout::Color16:
+      if (si >= ti)
+        WithShift((si - ti) / 3 - r, Mask(tc), [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
+      else WithLeftShift((ti - si) / 3, [&](auto op) { MapValues<u16, u16, 3, 3>(src, dst, pixels, op); });
+      return;
   }
-  // Grey of 9 to 16 bits. A colour source becomes grey at its own channel
-  // depth first and then follows the grey rows.
+}
+
+// Grey of 9 to 16 bits. A colour source becomes grey at its own channel
+// depth first and then follows the grey rows.
+void ToGrey16(const Conversion& c) {
+  const auto [from, si, ti, r, pixels, src, dst] = c;
   auto greyRows = [&](int sourceBits, auto&& run) {
-    if (sourceBits >= ti) WithShift(sourceBits - ti - r, Mask(t), run);
+    if (sourceBits >= ti) WithShift(sourceBits - ti - r, Mask(static_cast<std::uint32_t>(ti)), run);
     else WithLeftShift(ti - sourceBits, run);
   };
   switch (from) {
@@ -130,32 +149,44 @@ void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const 
       greyRows(si, [&](auto op) { MapValues<u16, u16, 1, 1>(src, dst, pixels, op); });
       return;
     case PixelLayout::Color8:
-      greyRows(8, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, identity, 255, op); });
+      greyRows(si / 3, [&](auto op) { WeightedGrey<u8, u16>(src, dst, pixels, kIdentity, Mask(si / 3), op); });
       return;
     case PixelLayout::Color16: {
       const int sc = std::min(si / 3, 16);
-      greyRows(sc, [&](auto op) { WeightedGrey<u16, u16>(src, dst, pixels, identity, Mask(sc), op); });
+      greyRows(sc, [&](auto op) { WeightedGrey<u16, u16>(src, dst, pixels, kIdentity, Mask(sc), op); });
       return;
     }
   }
 }
 
+void Convert(std::uint32_t s, std::uint32_t t, int r, std::size_t pixels, const std::uint8_t* src, std::uint8_t* dst) {
+  s = Normalised(s);
+  t = Normalised(t);
+  const Conversion c{LayoutOfDepth(s), static_cast<int>(s), static_cast<int>(t), r, pixels, src, dst};
+  switch (LayoutOfDepth(t)) {
+    case PixelLayout::Grey8: return ToGrey8(c);
+    case PixelLayout::Color8: return ToColour8(c);
+    case PixelLayout::Color16: return ToColour16(c);
+    case PixelLayout::Grey16: return ToGrey16(c);
+  }
+}
+
 }  // namespace
 
-std::uint8_t* ImageProcessor::ConvertDepth(std::uint32_t sourceDepth, std::uint32_t targetDepth,
-                                           std::uint32_t bitRange, std::uint32_t width, std::uint32_t height,
-                                           const std::uint8_t* source, std::uint8_t* destination) {
-  if (!source) return destination;
-  if (sourceDepth == targetDepth) {
-    if (!destination) return const_cast<std::uint8_t*>(source);
-    std::memcpy(destination, source, frameSize_);
-    return destination;
+bool ConvertDepth(ConstImageView source, ImageView destination, std::uint32_t bitRange) {
+  if (source.Empty() || destination.Empty() || !SameSize(source, destination)) return false;
+  const int range = static_cast<int>(std::min<std::uint32_t>(bitRange, 64));
+  // Packed frames go as one run of pixels, others row by row.
+  const bool oneRun = source.Packed() && destination.Packed();
+  const std::uint32_t rows = oneRun ? 1 : source.height;
+  const std::size_t pixels = std::size_t{source.width} * (oneRun ? source.height : 1);
+  for (std::uint32_t y = 0; y < rows; ++y) {
+    if (source.depth == destination.depth)
+      std::memcpy(destination.Row(y), source.Row(y), pixels * source.PixelBytes());
+    else
+      Convert(source.depth, destination.depth, range, pixels, source.Row(y), destination.Row(y));
   }
-  const std::size_t pixels = static_cast<std::size_t>(width) * height;
-  std::uint8_t* out = destination ? destination : EnsureScratch(pixels * BytesPerPixel(targetDepth));
-  if (!out) return nullptr;
-  Convert(sourceDepth, targetDepth, static_cast<int>(std::min<std::uint32_t>(bitRange, 64)), pixels, source, out);
-  return out;
+  return true;
 }
 
 }  // namespace tarnvel

@@ -12,46 +12,33 @@
 namespace tarnvel {
 namespace {
 
-constexpr std::size_t kScratchSpare = 4096;
-
 bool EightBitSamples(std::uint32_t depth) { return SampleBytesOf(LayoutOfDepth(depth)) == 1; }
 
 }  // namespace
 
 ImageProcessor::ImageProcessor() = default;
 
-void ImageProcessor::SetGeometry(std::uint32_t width, std::uint32_t height, std::uint32_t depth) {
-  width_ = width;
-  height_ = height;
-  depth_ = depth;
-  frameSize_ = static_cast<std::size_t>(width) * BytesPerPixel(depth) * height;
+void ImageProcessor::Bind(const ImageView& frame) {
+  width_ = frame.width;
+  height_ = frame.height;
+  depth_ = frame.depth;
+  frameSize_ = frame.Span();
 }
 
-std::uint8_t* ImageProcessor::EnsureScratch(std::size_t size) {
-  if (!scratch_ || size != scratchSize_) {
-    scratch_.reset();
-    scratchSize_ = 0;
-    if (size > SIZE_MAX - kScratchSpare) return nullptr;
-    scratch_.reset(new (std::nothrow) std::uint8_t[size + kScratchSpare]);
-    if (!scratch_) return nullptr;
-    scratchSize_ = size;
-  }
-  std::memset(scratch_.get(), 0, size);
-  return scratch_.get();
-}
-
-void ApplyImageChain(ImageProcessor& processor, const CImageOpList& list, std::uint8_t* frame) {
+void ApplyImageChain(ImageProcessor& processor, const CImageOpList& list, ImageView frame) {
   for (const auto& item : list)
     if (item && item->code != ImgOpDisabled) processor.Apply(*item, frame);
 }
 
-void ImageProcessor::Apply(const ImageOpItem& item, std::uint8_t* frame) {
-  if (!frame || frameSize_ == 0) return;
+bool ImageProcessor::Apply(const ImageOpItem& item, ImageView frame) {
+  if (frame.Empty() || !frame.Packed()) return false;
+  Bind(frame);
   // An operation that cannot get its working memory leaves the frame as it stands.
   try {
-    ApplyCode(item, frame);
+    ApplyCode(item, frame.data);
   } catch (const std::bad_alloc&) {
   }
+  return true;
 }
 
 void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
@@ -62,7 +49,7 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
     case ImgOpAverage:
     case ImgOpGaussian:
       // A row outside the family's table is an entry without effect.
-      if (const ConvolutionFilter* filter = BuiltInFilter(item.code, item.value1)) Convolve(*filter, frame);
+      if (const ConvolutionFilter* filter = BuiltInFilter(item.code, item.value1)) Convolve(*filter, Bound(frame));
       break;
     case ImgOpBox: {
       // A box beyond 10 x 10 does not fit the record; the convolution refuses it.
@@ -73,14 +60,14 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
         box.divisor = item.value1 * item.value1;
         std::fill_n(box.coefficients, box.divisor, 1);
       }
-      Convolve(box, frame);
+      Convolve(box, Bound(frame));
       break;
     }
-    case ImgOpMedian: RankFilter(RankKind::Median, item.value1, frame); break;
-    case ImgOpMinimum: RankFilter(RankKind::Minimum, item.value1, frame); break;
-    case ImgOpMaximum: RankFilter(RankKind::Maximum, item.value1, frame); break;
+    case ImgOpMedian: RankFilter(RankKind::Median, item.value1, Bound(frame)); break;
+    case ImgOpMinimum: RankFilter(RankKind::Minimum, item.value1, Bound(frame)); break;
+    case ImgOpMaximum: RankFilter(RankKind::Maximum, item.value1, Bound(frame)); break;
     case ImgOpUserFilter:
-      if (item.filter) Convolve(*item.filter, frame);
+      if (item.filter) Convolve(*item.filter, Bound(frame));
       break;
     case ImgOpBrightnessContrast: BrightnessContrast(item.value1, item.value2, frame); break;
     case ImgOpGamma: Gamma(item.value1, frame); break;
@@ -88,15 +75,16 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
     case ImgOpEqualize: Equalize(frame); break;
     case ImgOpFlipVertical:
     case ImgOpFlipHorizontal:
-      MirrorInPlace(PackedView(frame, width_, height_, depth_), item.code == ImgOpFlipVertical ? 0 : 1);
+      MirrorInPlace(Bound(frame), item.code == ImgOpFlipVertical ? 0 : 1);
       break;
     case ImgOpRowOffset: RowOffset(item.value1, item.value2, frame); break;
     default: break;
   }
 }
 
-void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* frame) {
-  if (!frame || frameSize_ == 0) return;
+void ImageProcessor::Convolve(const ConvolutionFilter& filter, ImageView frame) {
+  if (frame.Empty() || !frame.Packed()) return;
+  Bind(frame);
   int status = kPrimitiveBadSize;
   const std::int32_t w = filter.sizeX, h = filter.sizeY;
   // Kernels that the record cannot hold (sizes below 1, more than 100
@@ -106,20 +94,19 @@ void ImageProcessor::Convolve(const ConvolutionFilter& filter, std::uint8_t* fra
     for (std::int32_t t = 0; t < w * h; ++t)
       kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
     // In place: the primitive reads every row before it writes over it.
-    const ImageView view = PackedView(frame, width_, height_, depth_);
-    status = ConvolveBorder(view, view, kernel, w, h, filter.divisor);
+    status = ConvolveBorder(frame, frame, kernel, w, h, filter.divisor);
   }
-  if (status != kPrimitiveOk) std::memset(frame, 0, frameSize_);
+  if (status != kPrimitiveOk) std::memset(frame.data, 0, frameSize_);
 }
 
-void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, std::uint8_t* frame) {
-  if (!frame || frameSize_ == 0) return;
+void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, ImageView frame) {
+  if (frame.Empty() || !frame.Packed()) return;
+  Bind(frame);
   auto* primitive = kind == RankKind::Median    ? &MedianBorder
                     : kind == RankKind::Minimum ? &MinimumBorder
                                                 : &MaximumBorder;
   // In place: the primitives read every row before they write over it.
-  const ImageView view = PackedView(frame, width_, height_, depth_);
-  if (primitive(view, view, maskSize, maskSize) != kPrimitiveOk) std::memset(frame, 0, frameSize_);
+  if (primitive(frame, frame, maskSize, maskSize) != kPrimitiveOk) std::memset(frame.data, 0, frameSize_);
 }
 
 // ------------------------------------------------------------ point operations
@@ -170,7 +157,7 @@ void ImageProcessor::Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame) {
 void ImageProcessor::Negative(std::uint8_t* frame) {
   const std::uint16_t full = EightBitSamples(depth_) ? 255 : static_cast<std::uint16_t>(FullScale(depth_));
   const std::uint16_t mask[3] = {full, full, full};
-  InvertInPlace(PackedView(frame, width_, height_, depth_), mask);
+  InvertInPlace(Bound(frame), mask);
 }
 
 void ImageProcessor::Equalize(std::uint8_t* frame) {
@@ -213,7 +200,7 @@ void ImageProcessor::Equalize(std::uint8_t* frame) {
 }
 
 void ImageProcessor::RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame) {
-  SubtractRowReferenceInPlace(PackedView(frame, width_, height_, depth_), mode, column);
+  SubtractRowReferenceInPlace(Bound(frame), mode, column);
 }
 
 }  // namespace tarnvel

@@ -20,13 +20,11 @@ class ImageScaler {
   ImageScaler& operator=(const ImageScaler&) = delete;
   ~ImageScaler() { Reset(); }
 
-  // Both images have the layout of `depth` with tightly packed rows;
-  // `destination` is not `source`. Values of 16-bit layouts are limited to
-  // the depth's full scale when it has 9 bits or more. Returns 0, or the
-  // failing primitive's status (destination then holds what it held).
-  int Scale(std::int32_t method, const std::uint8_t* source, std::uint32_t sourceWidth, std::uint32_t sourceHeight,
-            std::uint8_t* destination, std::uint32_t destinationWidth, std::uint32_t destinationHeight,
-            std::int32_t depth);
+  // Resamples `source` onto the size of `destination`. Both views have one
+  // depth and do not overlap. Values of 16-bit layouts are limited to the
+  // depth's full scale when it has 9 bits or more. Returns 0, or the failing
+  // primitive's status (destination then holds what it held).
+  int Scale(std::int32_t method, ConstImageView source, ImageView destination);
 
   // Frees the description and the scratch memory and zeroes the geometry.
   void Reset();
@@ -35,6 +33,9 @@ class ImageScaler {
   std::uint64_t DescriptionBuilds() const { return builds_; }
 
  private:
+  // Builds the description and scratch memory for these sizes and method.
+  int Describe(std::int32_t method, const ConstImageView& source, const ImageView& destination);
+
   std::unique_ptr<ResizeDescription> description_;
   std::unique_ptr<std::uint8_t[]> scratch_;
   std::uint32_t sourceWidth_ = 0, sourceHeight_ = 0, destinationWidth_ = 0, destinationHeight_ = 0;

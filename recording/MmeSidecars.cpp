@@ -170,7 +170,7 @@ bool AddMovieToMii(std::string_view recordingPath, std::string_view comment, std
                    const RecordingInfo& recording, const MiiCamera& camera, int width, int height,
                    int movieNumber, int movieCount, const MiiMovieFile& file) {
   const int n = movieNumber;
-  const bool isMovie = recording.FileType == kMovieFileType;
+  const bool isMovie = file.compressed;
   std::string text;
   if (n == 1) AppendLine(text, "Number of movies            :", std::to_string(movieCount));
   AppendLine(text, "Comments                    :", comment.empty() ? FieldText(recording.Comment) : comment);

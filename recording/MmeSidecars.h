@@ -94,12 +94,14 @@ struct MiiCamera {
   bool colour = false;
 };
 
-// What the image library says about the movie's file type: its extension, and
-// for the movie type (13) the compressor's name and quality (0 to 10000).
+// What the image library says about the movie's file type: its extension,
+// and for the type that takes a compressor (the movie type) the compressor's
+// name and quality (0 to 10000).
 struct MiiMovieFile {
   std::string extension;
   std::string compressorName;
   std::uint32_t compressorQuality = 0;
+  bool compressed = false;  // the type takes a compressor: key frames, codec and compression are told
 };
 
 // Adds the block of one movie to the movie description. Movie 1 starts the

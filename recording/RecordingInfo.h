@@ -20,9 +20,6 @@ struct LookupPoint {
   std::int32_t y;
 };
 
-// The file type of movies (AVI): the companion movie's type, the one type with a compressor.
-constexpr std::int32_t kMovieFileType = 13;
-
 constexpr std::size_t kBurstTimes = 1024;
 constexpr std::size_t kPreStartWords = 1024;
 constexpr std::size_t kLookupPoints = 6;

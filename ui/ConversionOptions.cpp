@@ -57,7 +57,7 @@ OptionsStart ReadOptionsStart(const std::string& argsPath) {
 
 std::vector<FileTypeChoice> OfferedFileTypes() {
   std::vector<FileTypeChoice> list;
-  for (const framekit::FileTypeRow& row : framekit::FileTypes())
+  for (const framekit::FileTypeDescriptor& row : framekit::FileTypes())
     if (TypeHas(row.number, kCapFileTypeOffered))
       list.push_back({row.number, CatalogueText(row.stringId, row.text), row.extension});
   return list;

@@ -12,7 +12,7 @@
 #include "platform/cordage/TextField.h"
 #include "platform/rawdrv/RawStoreFormat.h"
 #include "recording/ModelTable.h"
-#include "recording/RawFileDescriptor.h"
+#include "platform/rawdrv/RawFileDescriptor.h"
 
 namespace tarnvel::recgen {
 namespace {

@@ -46,7 +46,9 @@ void PrintBlock(std::uint32_t index, const DecodedFrame& frame, int fileType) {
     std::printf("frame %u: no metadata\n", index);
     return;
   }
-  const BlockReader b{frame.metadata.data(), fileType == 5 || fileType == 21};
+  const auto* type = tarnvel::framekit::FindFileType(fileType);
+  const BlockReader b{frame.metadata.data(),
+                      type && type->metadata == tarnvel::framekit::MetadataPlacement::kInPixelsBigEndian};
   const std::uint8_t* d = frame.metadata.data();
   std::printf(
       "frame %u: magic=%s frameIndex=%d frameNumber16=%u trigger=%u date=20%02x-%02x-%02x "

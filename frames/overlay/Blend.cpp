@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "platform/pixels/PixelLayout.h"
+
 namespace tarnvel {
 namespace {
 
@@ -35,45 +37,44 @@ Origin PlaceBitmap(long long W, long long H, long long B, long long N, long long
   }
 }
 
+// The bitmap's bytes of one pixel at the frame's channel depth: the grey of
+// its weighted sum, or its three channels.
+template <int Channels>
+bool PixelValues(const std::uint8_t* in, std::uint32_t depth, bool skipBlack, std::uint32_t v[3]) {
+  if constexpr (Channels == 1) {
+    v[0] = (FromEightBits(in[0], depth) * 10 + FromEightBits(in[1], depth) * 18 + FromEightBits(in[2], depth) * 4) >> 5;
+    return !(skipBlack && v[0] == 0);
+  } else {
+    for (int k = 0; k < 3; ++k) v[k] = FromEightBits(in[k], depth);
+    return !(skipBlack && (v[0] | v[1] | v[2]) == 0);
+  }
+}
+
 template <typename Sample, int Channels>
-void Blend(Sample* frame, long long W, long long H, std::uint32_t depth, Origin at, bool skipBlack, int opacity,
-           const std::uint8_t* bitmap, long long B, long long N, const std::uint8_t* alpha) {
-  const int shift = Channels == 3 ? std::max(0, (static_cast<int>(depth) - 24) / 3) : std::max(0, static_cast<int>(depth) - 8);
-  const int channelBits = static_cast<int>(Channels == 3 ? depth / 3 : depth);
-  const std::uint32_t fullScale = channelBits >= 32 ? 0xFFFFFFFFu : (1u << channelBits) - 1;
+void Blend(const ImageView& frame, Origin at, bool skipBlack, int opacity, const ConstImageView& bitmap,
+           const std::uint8_t* alpha) {
+  const long long W = frame.width, H = frame.height, B = bitmap.width, N = bitmap.height;
+  const std::uint32_t fullScale = FullScale(frame.depth);
   const bool mixing = alpha != nullptr || opacity < 255;
   // Only the bitmap's rows and columns that land inside the frame are walked.
   const long long r0 = std::max(0LL, -at.row), r1 = std::min(N, H - at.row);
   const long long c0 = std::max(0LL, -at.column), c1 = std::min(B, W - at.column);
   for (long long r = r0; r < r1; ++r) {
-    Sample* out = frame + ((at.row + r) * W + at.column + c0) * Channels;
-    const std::uint8_t* in = bitmap + (r * B + c0) * 3;
+    Sample* out = frame.RowAs<Sample>(static_cast<std::size_t>(at.row + r)) + (at.column + c0) * Channels;
+    const std::uint8_t* in = bitmap.Row(static_cast<std::size_t>(r)) + c0 * 3;
     const std::uint8_t* a = alpha ? alpha + r * B + c0 : nullptr;
     for (long long c = c0; c < c1; ++c, out += Channels, in += 3) {
+      const std::uint8_t weightByte = a ? *a++ : 255;
       std::uint32_t v[3];
-      if constexpr (Channels == 1) {
-        v[0] = ((std::uint32_t{in[0]} << shift) * 10 + (std::uint32_t{in[1]} << shift) * 18 +
-                (std::uint32_t{in[2]} << shift) * 4) >> 5;
-        if (skipBlack && v[0] == 0) {
-          if (a) ++a;
-          continue;
-        }
-      } else {
-        for (int k = 0; k < 3; ++k) v[k] = std::uint32_t{in[k]} << shift;
-        if (skipBlack && (v[0] | v[1] | v[2]) == 0) {
-          if (a) ++a;
-          continue;
-        }
-      }
+      if (!PixelValues<Channels>(in, frame.depth, skipBlack, v)) continue;
       if (mixing) {
-        const std::uint32_t weight = a ? (static_cast<std::uint32_t>(opacity) * *a++) >> 8 : static_cast<std::uint32_t>(opacity);
+        const std::uint32_t weight = a ? (static_cast<std::uint32_t>(opacity) * weightByte) >> 8 : static_cast<std::uint32_t>(opacity);
         for (int k = 0; k < Channels; ++k) {
           const std::uint32_t mixed = (weight * v[k] + (255 - weight) * out[k]) >> 8;
           out[k] = static_cast<Sample>(std::min(mixed, fullScale));
         }
       } else {
         for (int k = 0; k < Channels; ++k) out[k] = static_cast<Sample>(v[k]);
-        if (a) ++a;
       }
     }
   }
@@ -87,27 +88,13 @@ std::uint32_t ColorAt(std::int32_t index) {
 
 int OpacityOfStep(int transparencyStep) { return std::clamp((100 - transparencyStep * 5) * 255 / 100, 0, 255); }
 
-void BlendBitmap(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth, std::int32_t position,
-                 bool skipBlack, std::int32_t offsetX, std::int32_t offsetY, int transparencyStep,
-                 const std::uint8_t* bitmap, std::uint32_t bitmapWidth, std::uint32_t bitmapHeight,
-                 const std::uint8_t* alpha) {
-  if (frame == nullptr || bitmap == nullptr || width == 0 || height == 0) return;
-  const int S = depth >= 24 ? 3 : 1;
-  const Origin at = PlaceBitmap(width, height, bitmapWidth, bitmapHeight, offsetX, offsetY, S, position);
+void BlendBitmap(ImageView frame, std::int32_t position, bool skipBlack, std::int32_t offsetX, std::int32_t offsetY,
+                 int transparencyStep, ConstImageView bitmap, const std::uint8_t* alpha) {
+  if (frame.Empty() || bitmap.Empty() || bitmap.depth != 24) return;
+  const int S = static_cast<int>(ChannelsOf(frame.Layout()));
+  const Origin at = PlaceBitmap(frame.width, frame.height, bitmap.width, bitmap.height, offsetX, offsetY, S, position);
   const int opacity = OpacityOfStep(transparencyStep);
-  // Depth 8 and below uses bytes, 9 to 23 words, 24 bytes in threes, deeper words in threes.
-  if (depth <= 8)
-    Blend<std::uint8_t, 1>(static_cast<std::uint8_t*>(frame), width, height, depth, at, skipBlack, opacity, bitmap,
-                           bitmapWidth, bitmapHeight, alpha);
-  else if (depth < 24)
-    Blend<std::uint16_t, 1>(static_cast<std::uint16_t*>(frame), width, height, depth, at, skipBlack, opacity, bitmap,
-                            bitmapWidth, bitmapHeight, alpha);
-  else if (depth == 24)
-    Blend<std::uint8_t, 3>(static_cast<std::uint8_t*>(frame), width, height, depth, at, skipBlack, opacity, bitmap,
-                           bitmapWidth, bitmapHeight, alpha);
-  else
-    Blend<std::uint16_t, 3>(static_cast<std::uint16_t*>(frame), width, height, depth, at, skipBlack, opacity, bitmap,
-                            bitmapWidth, bitmapHeight, alpha);
+  DispatchLayout(frame.Layout(), [&]<class T, int C>() { Blend<T, C>(frame, at, skipBlack, opacity, bitmap, alpha); });
 }
 
 }  // namespace tarnvel

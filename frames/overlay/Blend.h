@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "platform/pixels/ImageView.h"
+
 namespace tarnvel {
 
 // Positions of overlay texts and logos.
@@ -22,16 +24,15 @@ std::uint32_t ColorAt(std::int32_t index);
 // Opacity of a transparency step: (100 - step * 5) * 255 / 100; step 0 is 255.
 int OpacityOfStep(int transparencyStep);
 
-// Writes the bitmap (rows of bitmapWidth * 3 bytes, blue, green, red; no
-// padding) into `frame` (width x height pixels of `depth`). With skipBlack,
-// pixels that come out black leave the frame as it was. `alpha`, when given,
-// holds one byte a bitmap pixel. Parts that fall outside the frame are clipped:
-// nothing is written outside it, and a row that would run past the frame's
-// right edge (the centre position with an odd height difference starts in the
-// middle of a row) is cut there instead of wrapping into the next row.
-void BlendBitmap(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth, std::int32_t position,
-                 bool skipBlack, std::int32_t offsetX, std::int32_t offsetY, int transparencyStep,
-                 const std::uint8_t* bitmap, std::uint32_t bitmapWidth, std::uint32_t bitmapHeight,
-                 const std::uint8_t* alpha);
+// Writes the bitmap (a 24-bit view: blue, green, red) into `frame` at its
+// layout, each 8-bit value brought to the frame's channel depth. With
+// skipBlack, pixels that come out black leave the frame as it was. `alpha`,
+// when given, holds one byte a bitmap pixel, rows of the bitmap's width.
+// Parts that fall outside the frame are clipped: nothing is written outside
+// it, and a row that would run past the frame's right edge (the centre
+// position with an odd height difference starts in the middle of a row) is
+// cut there instead of wrapping into the next row.
+void BlendBitmap(ImageView frame, std::int32_t position, bool skipBlack, std::int32_t offsetX, std::int32_t offsetY,
+                 int transparencyStep, ConstImageView bitmap, const std::uint8_t* alpha);
 
 }  // namespace tarnvel

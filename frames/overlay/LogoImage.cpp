@@ -35,10 +35,7 @@ int LogoImage::Load(const char* path) {
   if (bits == 24) {
     std::memcpy(colour.data(), buffer.data(), colour.size());
   } else {
-    ImageProcessor processor;
-    processor.SetGeometry(w, h, bits);
-    const std::uint8_t* converted = processor.ConvertDepth(bits, 24, 0, w, h, buffer.data(), colour.data());
-    if (converted == nullptr) return 0;
+    if (!ConvertDepth(PackedView(buffer.data(), w, h, bits), PackedView(colour.data(), w, h, 24), 0)) return 0;
   }
   width_ = padded;
   height_ = h;
@@ -51,23 +48,23 @@ int LogoImage::Load(const char* path) {
   return 1;
 }
 
-void DrawLogo(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth, std::int32_t position,
-              int scalePercent, int transparencyStep, std::int32_t offset, const std::uint8_t* pixels,
-              std::uint32_t logoWidth, std::uint32_t logoHeight, const std::uint8_t* alpha) {
-  if (pixels == nullptr || logoWidth == 0 || logoHeight == 0) return;
+void DrawLogo(ImageView frame, ConstImageView logo, const std::uint8_t* alpha, std::int32_t position,
+              int scalePercent, int transparencyStep, std::int32_t offset) {
+  if (logo.Empty() || logo.depth != 24) return;
   if (scalePercent == 100) {
-    BlendBitmap(frame, width, height, depth, position, false, offset, 0, transparencyStep, pixels, logoWidth,
-                logoHeight, alpha);
+    BlendBitmap(frame, position, false, offset, 0, transparencyStep, logo, alpha);
     return;
   }
-  const std::uint32_t w = static_cast<std::uint32_t>(std::uint64_t{logoWidth} * scalePercent / 100);
-  const std::uint32_t h = static_cast<std::uint32_t>((std::uint64_t{logoHeight} * scalePercent / 100 + 3) & ~3ull);
+  const std::uint32_t w = static_cast<std::uint32_t>(std::uint64_t{logo.width} * scalePercent / 100);
+  const std::uint32_t h = static_cast<std::uint32_t>((std::uint64_t{logo.height} * scalePercent / 100 + 3) & ~3ull);
   if (w == 0 || h == 0) return;
   ImageScaler scaler;
   std::vector<std::uint8_t> scaled(3ull * w * h), scaledAlpha(alpha ? std::size_t{w} * h : 0);
-  if (scaler.Scale(ScaleLanczos, pixels, logoWidth, logoHeight, scaled.data(), w, h, 24) != 0) return;
-  if (alpha && scaler.Scale(ScaleLanczos, alpha, logoWidth, logoHeight, scaledAlpha.data(), w, h, 8) != 0) return;
-  BlendBitmap(frame, width, height, depth, position, false, offset, 0, transparencyStep, scaled.data(), w, h,
+  if (scaler.Scale(ScaleLanczos, logo, PackedView(scaled.data(), w, h, 24)) != 0) return;
+  if (alpha && scaler.Scale(ScaleLanczos, PackedView(alpha, logo.width, logo.height, 8),
+                            PackedView(scaledAlpha.data(), w, h, 8)) != 0)
+    return;
+  BlendBitmap(frame, position, false, offset, 0, transparencyStep, PackedView(scaled.data(), w, h, 24),
               alpha ? scaledAlpha.data() : nullptr);
 }
 

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/pixels/ImageView.h"
+
 namespace tarnvel {
 
 // Percent of each row of the logo scale table; row 6 is 100.
@@ -24,6 +26,8 @@ class LogoImage {
   // The image's width rounded up to a multiple of 4.
   std::uint32_t Width() const { return width_; }
   std::uint32_t Height() const { return height_; }
+  // The colour plane as a 24-bit view.
+  ConstImageView View() const { return PackedView(pixels_.data(), width_, height_, 24); }
   // One byte a pixel behind the colour plane, or null without alpha.
   const std::uint8_t* Alpha() const { return hasAlpha_ ? pixels_.data() + 3ull * width_ * height_ : nullptr; }
 
@@ -34,11 +38,11 @@ class LogoImage {
   std::vector<std::uint8_t> pixels_;
 };
 
-// Burns a logo into the frame at `position`: at its size for 100 percent,
-// else scaled with Lanczos 3 (width * percent / 100, height * percent / 100
-// rounded up to a multiple of 4), its alpha plane likewise.
-void DrawLogo(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth, std::int32_t position,
-              int scalePercent, int transparencyStep, std::int32_t offset, const std::uint8_t* pixels,
-              std::uint32_t logoWidth, std::uint32_t logoHeight, const std::uint8_t* alpha);
+// Burns a logo (a 24-bit view, with an alpha plane of its size or null)
+// into the frame at `position`: at its size for 100 percent, else scaled
+// with Lanczos 3 (width * percent / 100, height * percent / 100 rounded up to
+// a multiple of 4), its alpha plane likewise.
+void DrawLogo(ImageView frame, ConstImageView logo, const std::uint8_t* alpha, std::int32_t position,
+              int scalePercent, int transparencyStep, std::int32_t offset);
 
 }  // namespace tarnvel

@@ -38,20 +38,21 @@ int MeasureTextBar(std::uint32_t overlayFlags, std::string_view fontFace) {
   return (height * 3 / 2 + 3) & ~3;
 }
 
-void DrawOverlayText(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth,
-                     std::int32_t position, std::string_view fontFace, int fontHeight, std::int32_t textColor,
-                     std::int32_t backColor, std::int32_t offset, std::string_view text) {
+void DrawOverlayText(ImageView frame, std::int32_t position, std::string_view fontFace, int fontHeight,
+                     std::int32_t textColor, std::int32_t backColor, std::int32_t offset, std::string_view text) {
   const Font font(fontFace, fontHeight);
   const TextPlacement p = PlacementOf(font, text);
   std::uint32_t color = ColorAt(textColor);
-  if (depth < 24) color = GreyOf(color);
+  if (!IsColour(frame.depth)) color = GreyOf(color);
   Canvas canvas(p.canvasWidth, p.canvasHeight);
   const bool transparent = backColor == -1;
   canvas.Fill(0, 0, p.canvasWidth, p.canvasHeight, transparent ? 0 : ColorAt(backColor));
   canvas.DrawCentredText(font, text, color, 0, 0, p.canvasWidth, p.canvasHeight);
   const auto pixels = canvas.Bgr24();
-  BlendBitmap(frame, width, height, depth, position, transparent, p.margin + offset, p.margin, 0, pixels.data(),
-              static_cast<std::uint32_t>(p.canvasWidth), static_cast<std::uint32_t>(p.canvasHeight), nullptr);
+  BlendBitmap(frame, position, transparent, p.margin + offset, p.margin, 0,
+              PackedView(pixels.data(), static_cast<std::uint32_t>(p.canvasWidth),
+                         static_cast<std::uint32_t>(p.canvasHeight), 24),
+              nullptr);
 }
 
 }  // namespace tarnvel

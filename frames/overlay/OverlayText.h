@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "platform/pixels/ImageView.h"
+
 namespace tarnvel {
 
 struct TextPlacement {
@@ -23,11 +25,10 @@ TextPlacement MeasureOverlayText(std::string_view fontFace, int fontHeight, std:
 int MeasureTextBar(std::uint32_t overlayFlags, std::string_view fontFace);
 
 // Draws `text` at `position` of the frame. Colours are indexes into the colour
-// table; on frames below 24 bits the text colour becomes its grey, and a
-// backColor of -1 leaves the frame visible around the letters.
-void DrawOverlayText(void* frame, std::uint32_t width, std::uint32_t height, std::uint32_t depth,
-                     std::int32_t position, std::string_view fontFace, int fontHeight, std::int32_t textColor,
-                     std::int32_t backColor, std::int32_t offset, std::string_view text);
+// table; on grey frames the text colour becomes its grey, and a backColor of
+// -1 leaves the frame visible around the letters.
+void DrawOverlayText(ImageView frame, std::int32_t position, std::string_view fontFace, int fontHeight,
+                     std::int32_t textColor, std::int32_t backColor, std::int32_t offset, std::string_view text);
 
 // The grey of a colour word as the overlay takes it: 0.299 of bits 16 to 23,
 // 0.587 of bits 8 to 15 and 0.114 of bits 0 to 7 in single precision, cut

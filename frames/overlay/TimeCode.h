@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "recording/TimeStampBlock.h"
+#include "platform/rawdrv/TimeStampBlock.h"
 
 namespace tarnvel {
 

@@ -20,11 +20,12 @@
 
 namespace tarnvel {
 
-using framekit::FileTypeRow;
+using framekit::FileTypeDescriptor;
 using framekit::FrameWriter;
 
 struct OutputFile {
-  const FileTypeRow* type = nullptr;
+  const FileTypeDescriptor* type = nullptr;
+  FrameOptions options;  // as the file was opened; its writer keeps them
   std::unique_ptr<FrameWriter> writer;
   bool ended = false;
   std::optional<CaptureInfo> capture;
@@ -45,20 +46,6 @@ struct OptionStore {
 OptionStore& Options() {
   static OptionStore store;
   return store;
-}
-
-FrameOptions DefaultOptions(int fileType) {
-  FrameOptions options;
-  if (fileType == 3) {
-    options.quality = framekit::kDefaultJpegQuality;
-    CopyText(options.name, "JPEG baseline (libjpeg-turbo)");
-  } else if (fileType == 11) {
-    options.handler = framekit::kTiffNoCompression;
-    CopyText(options.name, "Uncompressed");
-  } else if (framekit::IsMovieType(fileType)) {
-    options = framekit::MovieDefaultOptions(fileType);
-  }
-  return options;
 }
 
 std::uint32_t CapabilityBit(int code) { return 1u << (code - 1); }
@@ -114,31 +101,34 @@ const char* FrameKitResultText(int result) {
 int GetExtension(int fileType, char* text, std::size_t capacity) {
   if (text == nullptr || capacity == 0) return kFkBadArgument;
   text[0] = '\0';
-  const FileTypeRow* row = framekit::FindFileType(fileType);
+  const FileTypeDescriptor* row = framekit::FindFileType(fileType);
   if (row == nullptr) return kFkUnknownType;
   return CopyText(text, capacity, row->extension) ? 0 : kFkBadArgument;
 }
 
 int OpenOutput(const char* path, int /*mode: the engine passes 1, which is the only mode*/,
-               FrameHandle* handle) {
+               FrameHandle* handle, const FrameOptions* options) {
   if (handle == nullptr) return kFkBadArgument;
   *handle = nullptr;
   if (path == nullptr || path[0] == '\0') return kFkBadArgument;
   const std::string_view name = LastComponent(path);
   const std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos) return kFkUnknownType;
-  const FileTypeRow* type = framekit::FindFileTypeByExtension(name.substr(dot + 1));
+  const FileTypeDescriptor* type = framekit::FindFileTypeByExtension(name.substr(dot + 1));
   if (type == nullptr) return kFkUnknownType;
   if (type->writer == nullptr) return kFkTypeNotAvailable;
+  if (options != nullptr && (options->size != kFrameOptionsSize || options->quality > 10000)) return kFkBadArgument;
+  auto out = std::make_unique<OutputFile>();
+  out->type = type;
+  out->options = options != nullptr ? *options : framekit::OptionsInForce(type->optionsType);
+  out->options.name[sizeof out->options.name - 1] = '\0';
   // libtiff reads back earlier directories to link a new page: read and write.
   const int fd = ::open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (fd < 0) return kFkCreateFailed;
   int result = 0;
-  auto writer = type->writer(fd, path, *type, &result);
-  if (!writer) return result != 0 ? result : kFkCreateFailed;
-  auto out = std::make_unique<OutputFile>();
-  out->type = type;
-  out->writer = std::move(writer);
+  const std::string file(path);
+  out->writer = type->writer(framekit::WriterStart{fd, file, *type, out->options}, &result);
+  if (!out->writer) return result != 0 ? result : kFkCreateFailed;
   *handle = out.release();
   return 0;
 }
@@ -214,14 +204,7 @@ int SetOptions(int fileType, const FrameOptions* options) {
   if (framekit::FindFileType(fileType) == nullptr) return kFkUnknownType;
   FrameOptions copy = *options;
   copy.name[sizeof copy.name - 1] = '\0';
-  if (fileType == 11) {
-    const std::uint32_t h = copy.handler;
-    if (h != framekit::kTiffNoCompression && h != framekit::kTiffLzw &&
-        h != framekit::kTiffDeflate && h != framekit::kTiffPackBits)
-      return kFkBadArgument;
-  }
-  if (framekit::IsMovieType(fileType) && !framekit::MovieHandlerKnown(fileType, copy.handler))
-    return kFkBadArgument;
+  if (!framekit::HandlerKnown(fileType, copy.handler)) return kFkBadArgument;
   OptionStore& store = Options();
   std::lock_guard lock(store.mutex);
   store.options[static_cast<std::size_t>(fileType)] = copy;
@@ -231,37 +214,17 @@ int SetOptions(int fileType, const FrameOptions* options) {
 
 int ListCodecs(int fileType, CodecEntry* entries, std::uint32_t* count) {
   if (count == nullptr) return kFkBadArgument;
-  const FileTypeRow* row = framekit::FindFileType(fileType);
-  if (row == nullptr) {
+  const FileTypeDescriptor* type = framekit::FindFileType(fileType);
+  if (type == nullptr) {
     *count = 0;
     return kFkUnknownType;
   }
-  if (row->writer == nullptr) {
+  if (type->writer == nullptr) {
     *count = 0;
     return kFkTypeNotAvailable;
   }
-  struct Listed {
-    std::uint32_t handler, flags, quality;
-    const char* name;
-  };
-  static constexpr Listed kJpeg[] = {
-      {0, kCodecHasQuality, framekit::kDefaultJpegQuality, "JPEG baseline (libjpeg-turbo)"}};
-  static constexpr Listed kTiff[] = {{framekit::kTiffNoCompression, 0, 0, "Uncompressed"},
-                                     {framekit::kTiffLzw, 0, 0, "LZW"},
-                                     {framekit::kTiffDeflate, 0, 0, "Deflate (zip)"},
-                                     {framekit::kTiffPackBits, 0, 0, "PackBits"}};
-  std::span<const Listed> listed;
-  if (fileType == 3) listed = kJpeg;
-  if (fileType == 11) listed = kTiff;
-  std::vector<CodecEntry> list = framekit::MovieCodecList(fileType);
-  for (const Listed& item : listed) {
-    CodecEntry& entry = list.emplace_back();
-    entry.reserved = static_cast<std::uint32_t>(fileType);
-    entry.handler = item.handler;
-    entry.flags = item.flags;
-    entry.quality = item.quality;
-    CopyText(entry.name, item.name);
-  }
+  std::vector<CodecEntry> list(type->codecs.begin(), type->codecs.end());
+  for (CodecEntry& entry : list) entry.reserved = static_cast<std::uint32_t>(fileType);
   const std::uint32_t room = *count;
   if (entries == nullptr && room > 0) return kFkBadArgument;
   *count = static_cast<std::uint32_t>(std::min<std::size_t>(room, list.size()));
@@ -270,7 +233,7 @@ int ListCodecs(int fileType, CodecEntry* entries, std::uint32_t* count) {
 }
 
 int QueryCapability(int fileType, int code) {
-  const FileTypeRow* row = framekit::FindFileType(fileType);
+  const FileTypeDescriptor* row = framekit::FindFileType(fileType);
   if (row == nullptr) return kFkUnknownType;
   if (code < kCapFileTypeOffered || code > kCapHasPlaybackRate) return kFkBadArgument;
   return (row->capabilities & CapabilityBit(code)) ? 0 : 1;
@@ -278,20 +241,21 @@ int QueryCapability(int fileType, int code) {
 
 int ConfigureCodec(int fileType, CodecEntry* entry, void* /*owner*/) {
   if (entry == nullptr) return kFkBadArgument;
-  const FileTypeRow* row = framekit::FindFileType(fileType);
-  if (row == nullptr) return kFkUnknownType;
-  if (row->writer == nullptr) return kFkTypeNotAvailable;
+  const FileTypeDescriptor* type = framekit::FindFileType(fileType);
+  if (type == nullptr) return kFkUnknownType;
+  if (type->writer == nullptr) return kFkTypeNotAvailable;
   return kFkNoDialog;  // none of the compressors of this build has settings beyond the quality
 }
 
 namespace framekit {
 
 FrameOptions OptionsInForce(int fileType) {
-  if (fileType < 0 || fileType >= 64) return DefaultOptions(fileType);
+  const FileTypeDescriptor* type = FindFileType(fileType);
+  if (type == nullptr) return FrameOptions{};
   OptionStore& store = Options();
   std::lock_guard lock(store.mutex);
   const auto i = static_cast<std::size_t>(fileType);
-  return store.set[i] ? store.options[i] : DefaultOptions(fileType);
+  return store.set[i] ? store.options[i] : DefaultOptions(*type);
 }
 
 }  // namespace framekit

@@ -52,9 +52,11 @@ using FrameHandle = OutputFile*;
 // The extension of a type, without the dot, into text[0..capacity).
 int GetExtension(int fileType, char* text, std::size_t capacity);
 
-// Creates the file; its type comes from the path's extension. A failed open
-// leaves *handle null and returns the failure.
-int OpenOutput(const char* path, int mode, FrameHandle* handle);
+// Creates the file; its type comes from the path's extension. The output
+// keeps a copy of `options` (null: the options in force for its type at this
+// moment) until it closes: options set later, by this thread or another,
+// change nothing in it. A failed open leaves *handle null and returns the failure.
+int OpenOutput(const char* path, int mode, FrameHandle* handle, const FrameOptions* options = nullptr);
 // Finishes the file if its last frame has not come yet, and frees the handle.
 int CloseOutput(FrameHandle handle);
 
@@ -85,7 +87,8 @@ int GetImageInfo(const char* path, ImageInfo* info);
 int LoadImage(const char* path, int frame, std::uint32_t rowLength, std::uint32_t rows,
               void* buffer, int reserved);
 
-// Options per type, shared by all files and threads of the process.
+// The options in force per type, shared by all threads of the process: the
+// defaults that an output opened without options of its own takes.
 int GetOptions(int fileType, FrameOptions* options);
 int SetOptions(int fileType, const FrameOptions* options);
 

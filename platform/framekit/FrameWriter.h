@@ -12,7 +12,7 @@
 
 namespace tarnvel::framekit {
 
-struct FileTypeRow;
+struct FileTypeDescriptor;
 
 struct FrameData {
   std::uint32_t index = 0;
@@ -32,19 +32,29 @@ class FrameWriter {
   virtual int Finish() = 0;
 };
 
-// Takes ownership of `fd`, a freshly created file at `path`. Returns null and
-// sets *result when the writer cannot start.
-using WriterFactory = std::unique_ptr<FrameWriter> (*)(int fd, const std::string& path,
-                                                        const FileTypeRow& type, int* result);
+// What a writer starts from: `fd`, a freshly created file at `path` (the
+// writer takes ownership), its type, and the options the output was opened
+// with, which the writer keeps: it never asks for the options in force later.
+struct WriterStart {
+  int fd;
+  const std::string& path;
+  const FileTypeDescriptor& type;
+  const FrameOptions& options;
+};
 
-std::unique_ptr<FrameWriter> CreateTiffWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateBmpWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateJpegWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreatePngWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateDpxWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateTgaWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateContainerWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateMovieWriter(int, const std::string&, const FileTypeRow&, int*);
-std::unique_ptr<FrameWriter> CreateChapter10Writer(int, const std::string&, const FileTypeRow&, int*);
+// Returns null and sets *result when the writer cannot start.
+using WriterFactory = std::unique_ptr<FrameWriter> (*)(const WriterStart& start, int* result);
+
+std::unique_ptr<FrameWriter> CreateTiffWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreatePageTiffWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateDngWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateBmpWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateJpegWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreatePngWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateDpxWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateTgaWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateContainerWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateMovieWriter(const WriterStart&, int*);
+std::unique_ptr<FrameWriter> CreateChapter10Writer(const WriterStart&, int*);
 
 }  // namespace tarnvel::framekit

@@ -1,9 +1,8 @@
-// The compressors of the movie types (AVI, MPEG, MP4, QuickTime, Windows
-// Media), as the codec list shows them and the movie writer uses them.
+// The handlers of the movie types' compressors (AVI, MPEG, MP4, QuickTime,
+// Windows Media): the descriptors list them, the movie writer drives them.
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "platform/framekit/FrameHeader.h"
 
@@ -25,16 +24,5 @@ constexpr std::uint32_t kMovieMpeg1 = FourCc("MPG1");
 constexpr std::uint32_t kMovieMpeg2 = FourCc("MPG2");
 constexpr std::uint32_t kMovieProRes = FourCc("APCN");
 constexpr std::uint32_t kMovieWmv = FourCc("WMV2");
-
-// Whether a type is written by the movie writer.
-bool IsMovieType(int fileType);
-// The compressors of a movie type, in the order the list shows them; `reserved`
-// holds the type. Empty for other types.
-std::vector<CodecEntry> MovieCodecList(int fileType);
-// Whether `handler` names one of the type's compressors; 0 always does (the default).
-bool MovieHandlerKnown(int fileType, std::uint32_t handler);
-// The options a movie type has before any SetOptions: handler 0 (the default
-// compressor) and, for AVI, a quality.
-FrameOptions MovieDefaultOptions(int fileType);
 
 }  // namespace tarnvel::framekit

@@ -20,7 +20,7 @@
 #include "platform/cordage/TextField.h"
 #include "platform/rawdrv/FrameDecoder.h"
 #include "platform/rawdrv/RawStoreFormat.h"
-#include "recording/RawFileDescriptor.h"
+#include "platform/rawdrv/RawFileDescriptor.h"
 
 namespace tarnvel {
 namespace {

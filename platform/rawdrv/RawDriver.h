@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "recording/TimeStampBlock.h"
+#include "platform/rawdrv/TimeStampBlock.h"
 
 namespace tarnvel {
 

@@ -9,7 +9,7 @@
 
 #include "platform/cordage/Profile.h"
 #include "platform/rawdrv/RawDriver.h"
-#include "recording/RawFileDescriptor.h"
+#include "platform/rawdrv/RawFileDescriptor.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel::recgen {

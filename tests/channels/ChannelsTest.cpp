@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "frames/overlay/Blend.h"
+#include "frames/overlay/OverlayItems.h"
 #include "tests/support/TestFiles.h"
 
 namespace tarnvel {
@@ -97,9 +98,14 @@ TEST(ChannelCodes, AgreeWithThePlainScaleAndNeverWrap) {
   }
   for (int c = 0; c <= 65535; ++c) {
     const float v = VoltsFromCode(static_cast<std::uint16_t>(c));
-    ASSERT_NEAR(IdealCode(v), c, 0.01) << c;
+    if (c != 32767) {  // 32767 is 0 V, half a step below its place on the scale
+      ASSERT_NEAR(IdealCode(v), c, 0.01) << c;
+    }
     ASSERT_LE(std::abs(CodeFromVolts(v) - c), 1) << c;
   }
+  // The code of 0 V converts back to exactly 0.0, not to -0.000152.
+  EXPECT_EQ(VoltsFromCode(32767), 0.0f);
+  EXPECT_FALSE(std::signbit(VoltsFromCode(32767)));
 }
 
 TEST(ChannelTypes, TypeByPath) {
@@ -509,6 +515,26 @@ TEST(ChannelData, ValueForTheOverlayAndTheJobsCopy) {
   EXPECT_EQ(data.EnabledMask(), 0b11u);
   EXPECT_NEAR(ChannelValueAt(data, 1), 2.0f, 0.001f);  // a factor of 0 leaves volts
   EXPECT_DOUBLE_EQ(data.DurationSeconds(), 8.0 / 4000.0);
+  // A sample of 0 V is 0.0 at any scale, and the overlay's channel value shows 0.000 (not -0.000).
+  for (const float scale : {0.0f, 1.0f, -2.5f}) {
+    ChannelData zero;
+    zero.header.SamplesPerFrame = 1;
+    zero.header.Channels[0].ScaleFactor = scale;
+    zero.codes = {32767};
+    const float value = ChannelValueAt(zero, 0);
+    EXPECT_EQ(value, 0.0f) << scale;
+    EXPECT_FALSE(std::signbit(value)) << scale;
+    auto recording = std::make_unique<RecordingInfo>();
+    OverlayConfig config{};
+    config.flags = kOverlayItemMask[kChannelValueItem];
+    config.items[kChannelValueItem].mask = kOverlayItemMask[kChannelValueItem];
+    config.items[kChannelValueItem].format = 3;
+    OverlayFrameValues values;
+    values.channelValue = value;
+    OverlayRenderer renderer{LocaleFormat('/', ':', false, true, 2)};
+    renderer.UpdateItems(config, *recording, values);
+    EXPECT_STREQ(config.items[kChannelValueItem].text, "0.000") << scale;
+  }
   EXPECT_EQ(LoadChannelData(dir.File("none.dat").c_str(), &data), 0);
   EXPECT_TRUE(data.codes.empty());
 }
@@ -561,7 +587,7 @@ TEST(DataPlot, GraphGridCursorAndCurvesOnAColourFrame) {
   for (std::int32_t frameIndex : {0, 99}) {
     Plot p;
     MakePlot(p, 1, -1);
-    EXPECT_EQ(p.bmp.Draw(frameIndex, p.frame.data(), W, H, 24), 1);
+    EXPECT_EQ(p.bmp.Draw(frameIndex, PackedView(p.frame.data(), W, H, 24)), 1);
     const Rect g = p.bmp.GraphRect();
     EXPECT_EQ(g.Width() % 8 + g.Height() % 4, 0) << "whole cells";
     EXPECT_GT(g.left, p.bmp.LegendRect().right) << "the graph stands right of the legend";
@@ -596,7 +622,7 @@ TEST(DataPlot, GraphGridCursorAndCurvesOnAColourFrame) {
 TEST(DataPlot, SelectedChannelLegendAndGreyPens) {
   Plot p;
   MakePlot(p, 0, 1);  // position 1 is channel 2
-  p.bmp.Draw(0, p.frame.data(), W, H, 24);
+  p.bmp.Draw(0, PackedView(p.frame.data(), W, H, 24));
   std::set<std::uint32_t> seen;
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) seen.insert(At(p.frame, x, y));
@@ -608,7 +634,7 @@ TEST(DataPlot, SelectedChannelLegendAndGreyPens) {
   Plot grey;
   MakePlot(grey, 1, -1);
   std::vector<std::uint16_t> frame(static_cast<std::size_t>(W) * H, 9999);
-  grey.bmp.Draw(0, frame.data(), W, H, 12);
+  grey.bmp.Draw(0, PackedView(reinterpret_cast<std::uint8_t*>(frame.data()), W, H, 12));
   auto greyOf = [](std::uint32_t c) {
     const std::uint32_t r = (c & 255) << 4, g = ((c >> 8) & 255) << 4, b = ((c >> 16) & 255) << 4;
     return static_cast<std::uint16_t>((11 * r + 18 * g + 3 * b) >> 5);
@@ -627,7 +653,7 @@ TEST(DataPlot, AutoRangeWidensAConstantChannel) {
   constant.bmp.ResetView();
   constant.bmp.SetValueRange(0);
   // A constant channel widens by 2 mV on each side; the curve lies in the middle.
-  constant.bmp.Draw(5, constant.frame.data(), W, H, 24);
+  constant.bmp.Draw(5, PackedView(constant.frame.data(), W, H, 24));
   const Rect g = constant.bmp.GraphRect();
   int curveRow = -1;
   for (int y = g.top; y <= g.bottom; ++y)
@@ -639,7 +665,7 @@ TEST(DataPlot, PlotsLargerThanTheFrameAreCut) {
   Plot p;
   MakePlot(p, 1, -1);
   std::vector<std::uint8_t> small(static_cast<std::size_t>(100) * 50 + 64, 0x5A);
-  p.bmp.Draw(10, small.data() + 32, 100, 50, 8);  // a 640 x 256 plot into a 100 x 50 frame
+  p.bmp.Draw(10, PackedView(small.data() + 32, 100, 50, 8));  // a 640 x 256 plot into a 100 x 50 frame
   for (int i = 0; i < 32; ++i) ASSERT_TRUE(small[i] == 0x5A && small[32 + 5000 + i] == 0x5A) << i;
 }
 

@@ -9,9 +9,12 @@
 #include <filesystem>
 #include <fstream>
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 #include "apps/recgen/RecordingGenerator.h"
+#include "tests/engine/ConvertJobFixture.h"
 #include "engine/FrameMetadata.h"
 #include "platform/cordage/Messages.h"
 #include "platform/framekit/ImageReader.h"
@@ -23,70 +26,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Reported {
-  std::vector<std::int32_t> states;  // read only after the job's end
-  std::atomic<std::int32_t> lastCurrent{0};
-  static void Report(void* context, std::uint32_t, const char*, std::uint32_t, std::int32_t state, std::int32_t current,
-                     std::int32_t) {
-    auto* self = static_cast<Reported*>(context);
-    if (state != -1) self->states.push_back(state);
-    self->lastCurrent = current;
-  }
-};
-
-class ConvertJob : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(DriverInit(0), 0); }
-  void TearDown() override { DriverExit(); }
-
-  recgen::RecordingOptions Options(const std::string& name, std::uint32_t frames) {
-    recgen::RecordingOptions o;
-    o.folder = dir_.File(name);
-    o.width = 64, o.height = 48;
-    o.frames = frames;
-    o.preTrigger = 3;
-    o.baseName = "take";
-    o.deviceName = "cam";
-    return o;
-  }
-  std::string Write(const recgen::RecordingOptions& o) {
-    EXPECT_EQ(recgen::WriteRecording(o), "");
-    return JoinPath(o.folder, "args.ini");
-  }
-  int Run(CDecodeRaw& job) {
-    job.SetReportTarget(nullptr, &Reported::Report, &reported_);
-    return job.Start(false);
-  }
-  // The frame that the driver delivers for store frame i, processed or as
-  // the sensor's mosaic.
-  std::vector<std::uint8_t> SourceFrame(const std::string& folder, std::int32_t i, bool mosaic = false) {
-    RawSource source;
-    EXPECT_EQ(source.Open(folder.c_str()), 0);
-    source.SetMosaicDelivery(mosaic);
-    std::vector<std::uint8_t> frame(FrameBytes(source.Handle()));
-    EXPECT_EQ(source.ReadFrame(i, frame.data()), 0);
-    return frame;
-  }
-
-  // Frame `index` of a written file as its reader gives it, with the file's
-  // description; empty pixels (and a failure) when it cannot be read.
-  framekit::DecodedFrame Decoded(const std::string& path, std::uint32_t index = 0,
-                                 framekit::ImageFileInfo* info = nullptr) {
-    framekit::DecodedFrame decoded;
-    int result = 0;
-    auto file = framekit::OpenImageFile(path, &result);
-    if (!file) {
-      ADD_FAILURE() << path << ": " << result;
-      return decoded;
-    }
-    if (info) *info = file->Info();
-    EXPECT_EQ(file->ReadFrame(index, decoded), 0) << path;
-    return decoded;
-  }
-
-  test::TempDir dir_;
-  Reported reported_;
-};
+using test::ConvertJob;
+using test::Decoded;
+using test::Reported;
+using test::SourceFrame;
 
 TEST_F(ConvertJob, TiffSequenceWithNamesPixelsAndMetadata) {
   auto o = Options("rec", 8);
@@ -217,33 +160,72 @@ TEST_F(ConvertJob, DamagedFrameClosesTheFileInGoodOrderAndKeepsTheRawFiles) {
   EXPECT_TRUE(fs::exists(store)) << "raw files stay after a failure";
 }
 
+// Holds the job's thread in its report of frame `at` until the test's thread
+// has done what it is to do there, so that the job cannot run ahead of the
+// test however the machine schedules the two.
+struct Rendezvous {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::int32_t at = -1, reached = 0;
+  bool released = false;
+  std::atomic<std::int32_t> lastCurrent{0};
+  std::vector<std::int32_t> states;  // read only after the job's end
+  static void Report(void* context, std::uint32_t, const char*, std::uint32_t, std::int32_t state, std::int32_t current,
+                     std::int32_t) {
+    auto* self = static_cast<Rendezvous*>(context);
+    if (state != -1) self->states.push_back(state);
+    self->lastCurrent = current;
+    std::unique_lock lock(self->mutex);
+    if (state != -1 || current != self->at) return;
+    self->reached = current;
+    self->changed.notify_all();
+    self->changed.wait(lock, [self] { return self->released; });
+    self->released = false;
+  }
+  // Sets the frame to hold at, before the job can reach it.
+  void HoldAt(std::int32_t frame) {
+    std::lock_guard lock(mutex);
+    at = frame;
+  }
+  // Waits until the job reports frame `frame`, runs `step` while it waits there, then lets it go on.
+  template <class Step>
+  void At(std::int32_t frame, Step step) {
+    {
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [&] { return reached == frame; });
+    }
+    step();
+    std::lock_guard lock(mutex);
+    released = true;
+    changed.notify_all();
+  }
+};
+
 TEST_F(ConvertJob, PauseResumeAndAbortFromAnotherThread) {
   auto o = Options("rec", 400);
   o.fileType = 11;
   const std::string args = Write(o);
   CDecodeRaw job(args, 0, 0);
-  job.SetReportTarget(nullptr, &Reported::Report, &reported_);
+  Rendezvous reported;
+  job.SetReportTarget(nullptr, &Rendezvous::Report, &reported);
+  reported.HoldAt(5);
   ASSERT_EQ(job.Start(true), 0);
   EXPECT_EQ(job.GetRunState(), RunState::RunningOnThread);
-  while (reported_.lastCurrent < 5) std::this_thread::yield();
-  job.Pause();
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  const std::int32_t held = reported_.lastCurrent;
+  reported.At(5, [&] { job.Pause(); });
   std::this_thread::sleep_for(std::chrono::milliseconds(60));
-  EXPECT_LE(reported_.lastCurrent - held, 1) << "a closed gate holds the job at its next frame";
+  EXPECT_EQ(reported.lastCurrent, 5) << "a closed gate holds the job at its next frame";
   EXPECT_EQ(job.WaitDone(0), 0);
+  reported.HoldAt(10);
   job.Resume();
-  while (reported_.lastCurrent < held + 5) std::this_thread::yield();
-  job.Abort();
+  reported.At(10, [&] { job.Abort(); });
   while (job.WaitDone(100) == 0) {
   }
   EXPECT_EQ(job.StatusCode(), kMsgAborted);
-  EXPECT_EQ(reported_.states.back(), 3) << "the final report says Abort";
+  EXPECT_EQ(reported.states.back(), 3) << "the final report says Abort";
   int result = 0;
   auto file = framekit::OpenImageFile(JoinPath(o.folder, "take.mpt"), &result);
   ASSERT_TRUE(file) << "the output is closed with what it holds";
-  EXPECT_GE(file->Info().frameCount, 10u);
-  EXPECT_LT(file->Info().frameCount, 400u);
+  EXPECT_EQ(file->Info().frameCount, 10u);
   EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "an abort keeps the raw files";
 
   // A forgotten pause ends by itself after the gate's time.
@@ -378,7 +360,7 @@ TEST_F(ConvertJob, BurnInAtEveryDepthLeavesThePictureAlone) {
     bool colour;
     std::int32_t depth;
     std::uint32_t white;  // one sample of white text
-  } cases[] = {{false, 8, 255}, {false, 12, 4080}, {true, 24, 255}, {true, 36, 4080}};
+  } cases[] = {{false, 8, 255}, {false, 12, 4080}, {true, 24, 255}, {true, 36, 4080}, {true, 21, 127}};
   for (const Case& c : cases) {
     auto o = Options(std::string(c.colour ? "colour" : "mono") + std::to_string(c.depth), 3);
     o.width = 200, o.height = 80;
@@ -397,7 +379,7 @@ TEST_F(ConvertJob, BurnInAtEveryDepthLeavesThePictureAlone) {
     const framekit::DecodedFrame decoded = Decoded(JoinPath(o.folder, "take-000002.tif"), 0, &info);
     EXPECT_EQ(info.bits, static_cast<std::uint32_t>(c.depth));
     ASSERT_EQ(info.height, 80u + 32) << "a bar of 32 rows above the picture";
-    const std::size_t sample = c.depth == 8 || c.depth == 24 ? 1 : 2;
+    const std::size_t sample = c.depth <= 8 || (c.depth > 16 && c.depth <= 24) ? 1 : 2;
     const std::size_t channels = c.colour ? 3 : 1;
     auto at = [&](std::size_t x, std::size_t y, std::size_t k) -> std::uint32_t {
       const std::size_t i = ((y * 200 + x) * channels + k) * sample;
@@ -604,7 +586,7 @@ TEST_F(ConvertJob, CompanionMovieBesideTheMainOutput) {
     changed += std::abs(first - second) > 64;
   }
   EXPECT_GT(brightInBar, 20) << "white text in the movie's bar";
-  EXPECT_GT(changed, 20) << "another value on the second frame";
+  EXPECT_GT(changed, 5) << "another value on the second frame (0.000, then the peak: a digit or more differs)";
 
   auto same = Options("same", 4);
   same.companionMovie = 3;

@@ -41,7 +41,6 @@ V ReferencePixel(int s, int t, int r, const V& g) {
 
 void EveryRowOfTheTable() {
   std::mt19937 rng(41);
-  ImageProcessor p;
   const int depths[] = {8, 9, 10, 12, 14, 16, 24, 27, 30, 33, 36};
   int checked = 0;
   for (int s : depths)
@@ -53,7 +52,7 @@ void EveryRowOfTheTable() {
         if (s == t || (r > 0 && narrowing < r)) continue;
         const TestFrame in = test::RandomFrame(45, 3, s, rng);
         TestFrame out(45, 3, t);
-        ASSERT_EQ(p.ConvertDepth(s, t, r, 45, 3, in.bytes.data(), out.data()), out.data());
+        ASSERT_TRUE(ConvertDepth(in.View(), out.View(), static_cast<std::uint32_t>(r)));
         for (int i = 0; i < 135; ++i) {
           V g(3), got;
           for (int c = 0; c < test::Channels(s); ++c) g[c] = in.Get(i % 45, i / 45, c);
@@ -71,7 +70,7 @@ void EveryRowOfTheTable() {
   for (int v = 0; v < 256; ++v)
     for (int c = 0; c < 3; ++c) grey.Set(v, 0, c, v);
   TestFrame out(256, 1, 8);
-  p.ConvertDepth(24, 8, 0, 256, 1, grey.bytes.data(), out.data());
+  ASSERT_TRUE(ConvertDepth(grey.View(), out.View(), 0));
   for (int v = 0; v < 256; ++v) ASSERT_EQ(out.Get(v, 0, 0), ReferencePixel(24, 8, 0, V(3, static_cast<std::uint32_t>(v)))[0]) << v;
 }
 
@@ -80,7 +79,6 @@ TEST(DepthConversion, EveryRowOfTheTableMatchesValueByValue) {
 }
 
 TEST(DepthConversion, RowsTheReferenceLeavesOpenAndTheBuffersUsed) {
-  ImageProcessor p;
   struct Case {
     int s, t;
     V in, want;
@@ -88,44 +86,50 @@ TEST(DepthConversion, RowsTheReferenceLeavesOpenAndTheBuffersUsed) {
       // Colour to grey of 9 to 16 bits: the weighted grey at the channel depth, then shifted.
       {24, 12, {10, 20, 30}, {static_cast<std::uint32_t>(0.299 * 30 + 0.587 * 20 + 0.114 * 10) << 4}},
       {36, 8, {4095, 0, 0}, {29}},        // each channel narrowed to 8 bits, then weighted
-      {10, 20, {1023}, {255, 255, 255}},  // 17 to 23 bits are stored as 8-bit colour
+      // 17 to 23 bits are 8-bit colour of depth / 3 bits a channel.
+      {10, 21, {1023}, {127, 127, 127}},
+      {21, 36, {127, 1, 64}, {127 << 5, 1 << 5, 64 << 5}},
+      {21, 8, {127, 127, 0}, {static_cast<std::uint32_t>(0.299 * 0 + 0.587 * 254 + 0.114 * 254)}},
+      {36, 21, {4095, 2048, 31}, {127, 64, 0}},
+      {8, 18, {255}, {63, 63, 63}},
   };
   for (const Case& c : cases) {
     TestFrame src(1, 1, c.s), dst(1, 1, c.t);
     for (std::size_t k = 0; k < c.in.size(); ++k) src.Set(0, 0, static_cast<int>(k), c.in[k]);
-    p.ConvertDepth(c.s, c.t, 0, 1, 1, src.bytes.data(), dst.data());
+    ConvertDepth(src.View(), dst.View(), 0);
     V got;
     for (int k = 0; k < test::Channels(c.t); ++k) got.push_back(dst.Get(0, 0, k));
     EXPECT_EQ(got, c.want) << c.s << " -> " << c.t;
   }
-  // Equal depths: the very pointer without a destination, a copy with one.
+  // Equal depths: a copy.
   std::mt19937 rng(43);
   const TestFrame f = test::RandomFrame(4, 2, 12, rng);
   TestFrame copy(4, 2, 12);
-  p.SetGeometry(4, 2, 12);  // the copy takes the processor's frame size
-  EXPECT_EQ(p.ConvertDepth(12, 12, 0, 4, 2, f.bytes.data(), nullptr), f.bytes.data());
-  EXPECT_EQ(p.ConvertDepth(12, 12, 0, 4, 2, f.bytes.data(), copy.data()), copy.data());
+  EXPECT_TRUE(ConvertDepth(f.View(), copy.View(), 0));
   EXPECT_EQ(copy.bytes, f.bytes);
-  // No destination: the scratch buffer, sized for the target, whatever the processor's geometry.
-  p.SetGeometry(2, 2, 8);
+  // Rows with padding behind them (a frame inside a wider buffer): each row
+  // converted in place, the padding untouched.
   TestFrame wide(5, 3, 16);
   wide.Fill(0xFF00);
-  std::uint8_t* into = p.ConvertDepth(16, 8, 0, 5, 3, wide.bytes.data(), nullptr);
-  ASSERT_EQ(into, p.Scratch());
-  EXPECT_EQ(std::vector<std::uint8_t>(into, into + 15), std::vector<std::uint8_t>(15, 0xFF));
+  std::vector<std::uint8_t> padded(3 * 8, 0x11);
+  ASSERT_TRUE(ConvertDepth(wide.View(), ImageView{padded.data(), 8, 5, 3, 8}, 0));
+  for (std::size_t i = 0; i < padded.size(); ++i) EXPECT_EQ(padded[i], i % 8 < 5 ? 0xFF : 0x11) << i;
+  // A destination of another size is refused, nothing written.
+  TestFrame small(4, 3, 8);
+  EXPECT_FALSE(ConvertDepth(wide.View(), small.View(), 0));
+  EXPECT_TRUE(small.AllZero());
 }
 
 TEST(DepthConversion, RequestsOutsideTheOptionsStayInTheirBuffers) {
   // Every pair of depths from 1 to 50: exact-size buffers, so a read or
   // write beyond them shows under AddressSanitizer.
   std::mt19937 rng(42);
-  ImageProcessor p;
   for (int s = 1; s <= 50; ++s)
     for (int t = 1; t <= 50; ++t)
       for (int r : {0, 3, 40}) {
         const TestFrame in = test::RandomFrame(3, 2, s, rng);
         std::vector<std::uint8_t> out(3 * 2 * test::StorageBytes(t));
-        if (s != t) p.ConvertDepth(s, t, r, 3, 2, in.bytes.data(), out.data());
+        ConvertDepth(in.View(), PackedView(out.data(), 3, 2, static_cast<std::uint32_t>(t)), static_cast<std::uint32_t>(r));
       }
 }
 

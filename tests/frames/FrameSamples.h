@@ -51,6 +51,8 @@ struct TestFrame {
     return x < 0 || y < 0 || x >= width || y >= height ? 0 : Get(int(x), int(y), c);
   }
   std::uint8_t* data() { return bytes.data(); }
+  ImageView View() { return PackedView(bytes.data(), width, height, depth); }
+  ConstImageView View() const { return PackedView(bytes.data(), width, height, depth); }
 };
 
 // Random samples within the depth; one in `wideEvery` samples of a 16-bit
@@ -63,12 +65,11 @@ inline TestFrame RandomFrame(int w, int h, int depth, std::mt19937& rng, int wid
   return f;
 }
 
-// One item applied to a copy of `in` by a processor of the frame's geometry.
+// One item applied to a copy of `in`.
 inline TestFrame Applied(const ImageOpItem& item, const TestFrame& in) {
   ImageProcessor p;
-  p.SetGeometry(in.width, in.height, in.depth);
   TestFrame out = in;
-  p.Apply(item, out.data());
+  p.Apply(item, out.View());
   return out;
 }
 inline TestFrame Applied(std::int32_t code, const TestFrame& in, std::int32_t v1 = 0, std::int32_t v2 = 0) {

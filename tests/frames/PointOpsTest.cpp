@@ -74,13 +74,12 @@ TEST(PointOps, MapsKeptForTheNextFrameFollowItemAndDepth) {
   const std::pair<int, int> values[] = {{10, 20}, {10, 21}, {-5, 0}, {10, 20}};
   for (int round = 0; round < 24; ++round) {
     const int depth = test::kDepths[round % 7];
-    p.SetGeometry(9, 4, depth);
     const auto [b, c] = values[round % 4];
     const std::int32_t code = round % 3 == 2 ? ImgOpGamma : ImgOpBrightnessContrast;
     const ImageOpItem item{{}, code, nullptr, code == ImgOpGamma ? 400 + 100 * (round % 4) : b, c, 0};
     TestFrame frame = test::RandomFrame(9, 4, depth, rng);
     const TestFrame fresh = Applied(item, frame);
-    p.Apply(item, frame.data());
+    p.Apply(item, frame.View());
     ASSERT_EQ(frame.bytes, fresh.bytes) << round;
   }
 }
@@ -168,7 +167,6 @@ TEST(ImageChain, RunsItemsInOrderAndSkipsDisabledAndUnknownCodes) {
   std::mt19937 rng(37);
   const TestFrame in = test::RandomFrame(12, 8, 12, rng);
   ImageProcessor p;
-  p.SetGeometry(in.width, in.height, in.depth);
   // Codes that do nothing and a disabled item among them; negative then row
   // offset differs from the reverse, so the chain must keep list order.
   CImageOpList chain;
@@ -176,7 +174,7 @@ TEST(ImageChain, RunsItemsInOrderAndSkipsDisabledAndUnknownCodes) {
   for (std::int32_t code : codes)
     chain.AddTail(std::make_unique<ImageOpItem>(ImageOpItem{{}, code, nullptr, code == ImgOpRowOffset ? 0 : 3, 0, 0}));
   TestFrame byChain = in;
-  ApplyImageChain(p, chain, byChain.data());
+  ApplyImageChain(p, chain, byChain.View());
   EXPECT_EQ(byChain.bytes, Applied(ImgOpRowOffset, Applied(ImgOpNegative, in)).bytes);
 }
 

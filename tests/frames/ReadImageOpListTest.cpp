@@ -92,8 +92,7 @@ TEST(ReadImageOpList, MissingOrDamagedValuesNeverOverrunTheRecords) {
   std::mt19937 rng(71);
   for (int depth : {8, 12, 24, 36}) {
     test::TestFrame frame = test::RandomFrame(6, 5, depth, rng);
-    p.SetGeometry(6, 5, depth);
-    ApplyImageChain(p, l->list, frame.data());
+    ApplyImageChain(p, l->list, frame.View());
   }
 }
 

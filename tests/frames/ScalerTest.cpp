@@ -68,7 +68,7 @@ TEST(Scaler, BothKernelsFollowTheReferenceWithinOneStep) {
           TestFrame in = test::RandomFrame(sw, sh, depth, rng);
           if (sw == 9) in.Fill(test::FullScale(depth) / 3);  // a flat image stays flat
           TestFrame got(dw, dh, depth);
-          ASSERT_EQ(scaler.Scale(method, in.bytes.data(), sw, sh, got.data(), dw, dh, depth), 0);
+          ASSERT_EQ(scaler.Scale(method, in.View(), got.View()), 0);
           const TestFrame want = ReferenceScale(in, dw, dh, method == ScaleLanczos);
           for (std::size_t i = 0; i < want.Samples(); ++i)
             if (sw == 9)
@@ -87,34 +87,37 @@ TEST(Scaler, LanczosOvershootStaysWithinTheDepthAndRefusals) {
   for (int y = 0; y < 12; ++y)
     for (int x = 0; x < 12; ++x) board.Set(x, y, 0, (x / 2 + y / 2) % 2 ? 4095 : 0);
   ImageScaler scaler;
-  scaler.Scale(ScaleLanczos, board.bytes.data(), 12, 12, out.data(), 31, 29, 12);
+  scaler.Scale(ScaleLanczos, board.View(), out.View());
   std::uint32_t top = 0;
   for (std::size_t i = 0; i < out.Samples(); ++i) top = std::max(top, out.GetSample(i));
   EXPECT_EQ(top, 4095u);
-  // Empty sizes, an unknown method, a zero depth: refused, nothing written.
+  // Empty sizes, an unknown method, a zero depth, two depths: refused, nothing written.
   std::vector<std::uint8_t> untouched(16, 0x77);
-  for (auto [method, sw, dh, depth] : {std::array<int, 4>{ScaleCubic, 0, 4, 8}, {ScaleCubic, 8, 0, 8}, {7, 8, 4, 8}, {ScaleCubic, 8, 4, 0}})
-    EXPECT_LT(scaler.Scale(method, board.bytes.data(), sw, 8, untouched.data(), 4, dh, depth), 0);
+  for (auto [method, sw, dh, depth, outDepth] :
+       {std::array<int, 5>{ScaleCubic, 0, 4, 8, 8}, {ScaleCubic, 8, 0, 8, 8}, {7, 8, 4, 8, 8}, {ScaleCubic, 8, 4, 0, 0},
+        {ScaleCubic, 8, 2, 8, 12}}) {
+    const ConstImageView source = PackedView(board.bytes.data(), static_cast<std::uint32_t>(sw), 8, static_cast<std::uint32_t>(depth));
+    const ImageView destination = PackedView(untouched.data(), 4, static_cast<std::uint32_t>(dh), static_cast<std::uint32_t>(outDepth));
+    EXPECT_LT(scaler.Scale(method, source, destination), 0);
+  }
   EXPECT_EQ(untouched, std::vector<std::uint8_t>(16, 0x77));
 }
 
 TEST(FitImage, ConvertsTheDepthFirstThenScales) {
   std::mt19937 rng(63);
-  ImageProcessor p;
   ImageScaler scaler;
   // Another size and depth: every value shifted left by 4, then the cubic scale at 12 bits.
-  p.SetGeometry(64, 48, 12);
   const TestFrame logo = test::RandomFrame(10, 10, 8, rng);
   TestFrame fitted(64, 48, 12), shifted(10, 10, 12), byHand(64, 48, 12);
-  p.FitImage(10, 10, 8, logo.bytes.data(), fitted.data());
+  FitImage(logo.View(), fitted.View());
   for (std::size_t i = 0; i < logo.Samples(); ++i) shifted.SetSample(i, logo.GetSample(i) << 4);
-  scaler.Scale(ScaleCubic, shifted.bytes.data(), 10, 10, byHand.data(), 64, 48, 12);
+  scaler.Scale(ScaleCubic, shifted.View(), byHand.View());
   EXPECT_EQ(fitted.bytes, byHand.bytes);
   // The right size at another depth is a plain copy of the conversion.
   const TestFrame colour = test::RandomFrame(64, 48, 24, rng);
   TestFrame copied(64, 48, 12), converted(64, 48, 12);
-  p.FitImage(64, 48, 24, colour.bytes.data(), copied.data());
-  p.ConvertDepth(24, 12, 0, 64, 48, colour.bytes.data(), converted.data());
+  FitImage(colour.View(), copied.View());
+  ConvertDepth(colour.View(), converted.View(), 0);
   EXPECT_EQ(copied.bytes, converted.bytes);
 }
 

@@ -36,25 +36,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (list.GetCount() > 16) return 0;
   tarnvel::ImageProcessor processor;
   for (std::uint32_t depth : {8u, 12u, 24u, 36u}) {
-    processor.SetGeometry(width, height, depth);
-    std::vector<std::uint8_t> frame(processor.FrameSize());
+    std::vector<std::uint8_t> frame(tarnvel::PackedBytes(width, height, depth));
+    const tarnvel::ImageView view = tarnvel::PackedView(frame.data(), width, height, depth);
     for (std::size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<std::uint8_t>(data[i % size] * 31 + i);
-    tarnvel::ApplyImageChain(processor, list, frame.data());
+    tarnvel::ApplyImageChain(processor, list, view);
 
     // The same bytes as parameters of the steps that follow the chain.
     auto param = [&](std::size_t i) { return static_cast<std::int32_t>(data[(size - 1 - i) % size]); };
     const std::uint32_t target = 1 + param(1) % 50;
     std::vector<std::uint8_t> converted(width * height * tarnvel::BytesPerPixel(target));
-    processor.ConvertDepth(depth, target, param(2) % 12, width, height, frame.data(), converted.data());
-    processor.ConvertDepth(depth, target, param(2) % 12, width, height, frame.data(), nullptr);
-    const std::int32_t top = param(3) % 4;
-    std::vector<std::uint8_t> barred(processor.FrameSize() / height * (height + top));
-    processor.DrawCross(barred.data(), param(4) - 20, param(5) - 20, top, top + param(6) % (height + 2),
-                        0x10203u * param(7));
-    processor.DrawGrid(barred.data(), param(8) - 3, param(9) - 3, top, top + param(6) % (height + 2), 0xFFFFFFu);
+    tarnvel::ConvertDepth(view, tarnvel::PackedView(converted.data(), width, height, target),
+                          static_cast<std::uint32_t>(param(2) % 12));
+    const std::uint32_t top = static_cast<std::uint32_t>(param(3) % 4);
+    std::vector<std::uint8_t> barred(tarnvel::PackedBytes(width, height + top, depth));
+    const tarnvel::ImageView barredView = tarnvel::PackedView(barred.data(), width, height + top, depth);
+    const std::int32_t bottom = static_cast<std::int32_t>(top) + param(6) % static_cast<std::int32_t>(height + 2);
+    tarnvel::DrawCross(barredView, param(4) - 20, param(5) - 20, static_cast<std::int32_t>(top), bottom,
+                       0x10203u * static_cast<std::uint32_t>(param(7)));
+    tarnvel::DrawGrid(barredView, param(8) - 3, param(9) - 3, static_cast<std::int32_t>(top), bottom, 0xFFFFFFu);
     const std::uint32_t logoWidth = 1 + param(10) % 9, logoHeight = 1 + param(11) % 9, logoDepth = 1 + param(12) % 48;
     std::vector<std::uint8_t> logo(logoWidth * logoHeight * tarnvel::BytesPerPixel(logoDepth), 0x5A);
-    processor.FitImage(logoWidth, logoHeight, logoDepth, logo.data(), frame.data());
+    tarnvel::FitImage(tarnvel::PackedView(logo.data(), logoWidth, logoHeight, logoDepth), view);
   }
   return 0;
 }

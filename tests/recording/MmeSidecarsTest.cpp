@@ -159,7 +159,7 @@ TEST(MiiFile, MovieBlocks) {
   std::strcpy(info->ImagePrefix, "Img");
   info->FileType = 13, info->Frames = 1500, info->Rate = 999.9f, info->ExposureNs = 250000, info->PerTrigFrms = 100;
   const MiiCamera camera{"CamLeft", 112345678, 6, "Kestrel 4", false};
-  const MiiMovieFile avi{"avi", "x264vfw", 5000};
+  const MiiMovieFile avi{"avi", "x264vfw", 5000, true};
   ASSERT_TRUE(AddMovieToMii(rec.string(), "", "", *info, camera, 1280, 1024, 1, 2, avi));
   ASSERT_TRUE(AddMovieToMii(rec.string(), "second movie", "left side", *info, camera, 1280, 1024, 2, 2, avi));
   const std::string text = ReadFile(rec / "Sled.mii");
@@ -197,9 +197,9 @@ TEST(MiiFile, TypeDependentLinesAndOddValues) {
     int height;
     std::vector<std::pair<const char*, const char*>> lines;
   } cases[] = {
-      {13, 0, 0, {"avi", "MJPEG", 10000}, 480, {{"Compression 1", "100%"}, {"Camera ID-number 1", "4021"},
+      {13, 0, 0, {"avi", "MJPEG", 10000, true}, 480, {{"Compression 1", "100%"}, {"Camera ID-number 1", "4021"},
         {"Colour 1", "RGB"}, {"Description 1", "dev"} /* a value keeps to its line */, {"Aspect ratio of pixels 1", "1.33"}}},
-      {13, 0, 0, {"avi", "MJPEG", 0}, 0, {{"Compression 1", "100.0%"}, {"Aspect ratio of pixels 1", "NOVALUE"}}},
+      {13, 0, 0, {"avi", "MJPEG", 0, true}, 0, {{"Compression 1", "100.0%"}, {"Aspect ratio of pixels 1", "NOVALUE"}}},
       {1, 0, 0, {"tif", "ignored", 5000}, 480, {{"Keyframes 1", "NOVALUE"}, {"Codec used 1", "NOVALUE"},
         {"Compression 1", "NOVALUE"}, {"Name of movie file 1", ".tif"}}},
       {1, 0xFFFFFFFFu, 1e30f, {"tif", "", 0}, 480, {{"Film speed 1", "2147483647"}, {"Number of images 1", "-1"}}},

@@ -51,7 +51,7 @@ TEST(Texts, GermanCatalogueIsCompleteAndReplacesTheEnglish) {
     ASSERT_TRUE(sections["Strings"].count(id)) << "no German text " << id << " \"" << UiText(id) << "\"";
     EXPECT_FALSE(sections["Strings"][id].empty()) << id;
   }
-  for (const framekit::FileTypeRow& type : framekit::FileTypes())
+  for (const framekit::FileTypeDescriptor& type : framekit::FileTypes())
     EXPECT_NE(sections["Strings"].count(type.stringId), 0u) << "no German name of " << type.text;
   for (int number : BuiltInMessageNumbers()) {
     ASSERT_TRUE(sections["Messages"].count(number)) << "no German message " << number << ": " << MessageText(number);

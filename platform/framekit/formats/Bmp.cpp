@@ -177,8 +177,8 @@ class BmpFile final : public ImageFile {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateBmpWriter(int fd, const std::string&, const FileTypeRow&, int*) {
-  return std::make_unique<BmpWriter>(fd);
+std::unique_ptr<FrameWriter> CreateBmpWriter(const WriterStart& start, int*) {
+  return std::make_unique<BmpWriter>(start.fd);
 }
 
 std::unique_ptr<ImageFile> OpenBmpFile(const std::string& path, int* result) {

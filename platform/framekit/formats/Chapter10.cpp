@@ -381,8 +381,8 @@ class Chapter10Writer final : public FrameWriter {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateChapter10Writer(int fd, const std::string&, const FileTypeRow&, int*) {
-  return std::make_unique<Chapter10Writer>(fd);
+std::unique_ptr<FrameWriter> CreateChapter10Writer(const WriterStart& start, int*) {
+  return std::make_unique<Chapter10Writer>(start.fd);
 }
 
 }  // namespace tarnvel::framekit

@@ -1,5 +1,5 @@
-// The suite's containers: TP2 (5), FBA (6), MRF (12), MCF (14), BLD (15) and
-// T2C (21). One layout serves all six (docs/containers.md): a 64-byte header,
+// The suite's containers: TP2, FBA, MRF, MCF, BLD and T2C. One layout serves
+// all six (docs/containers.md), as each descriptor says: a 64-byte header,
 // then one record per frame, each the frame's pixels and its 1024-byte block;
 // MCF stores the pixels row-delta coded and deflated. TP2 and T2C take the
 // block from behind the 8-bit pixels, where the frame step put it, already
@@ -29,20 +29,17 @@ constexpr std::size_t kOffHeaderSize = 8, kOffVersion = 12, kOffType = 16, kOffW
                       kOffBits = 28, kOffColorKind = 32, kOffFlags = 36, kOffMosaicOrder = 40,
                       kOffFrameCount = 44, kOffFrameBytes = 48, kOffRate = 56, kOffSerial = 60;
 
+// A container type: its number goes into each file's header, its layout
+// (magic, compression, block in the pixels) comes from its descriptor.
 struct Layout {
   int type;
-  char magic[8];
-  bool compressed;
-  bool blockInPixels;
-};
-constexpr Layout kLayouts[] = {
-    {5, "OKN-TP2", false, true},  {6, "OKN-FBA", false, false},  {12, "OKN-MRF", false, false},
-    {14, "OKN-MCF", true, false}, {15, "OKN-BLD", false, false}, {21, "OKN-T2C", false, true},
+  const ContainerFormat& format;
 };
 
-const Layout* LayoutOfType(int type) {
-  for (const Layout& l : kLayouts)
-    if (l.type == type) return &l;
+// The container type whose magic the file starts with, or null.
+const FileTypeDescriptor* ContainerOfMagic(const std::uint8_t* head) {
+  for (const FileTypeDescriptor& type : FileTypes())
+    if (type.container && std::memcmp(head, type.container->magic, 8) == 0) return &type;
   return nullptr;
 }
 
@@ -78,7 +75,7 @@ class ContainerWriter final : public FrameWriter {
     const std::uint32_t depth = StoredDepth(h);
     const PixelFormat pixels = FormatOfDepth(depth);
     const std::uint64_t frameBytes = std::uint64_t{h.width} * h.height * pixels.bytesPerPixel;
-    if (layout_.blockInPixels && pixels.bytesPerPixel != 1) return kFkUnsupportedDepth;
+    if (layout_.format.blockInPixels && pixels.bytesPerPixel != 1) return kFkUnsupportedDepth;
     if (!started_) {
       WriteHeader(h, frameBytes);
       started_ = true;
@@ -86,12 +83,12 @@ class ContainerWriter final : public FrameWriter {
                h.mosaic != header_.mosaic) {
       return kFkBadArgument;  // one geometry per file
     }
-    const std::uint8_t* block = layout_.blockInPixels ? frame.pixels + frameBytes : frame.metadata;
+    const std::uint8_t* block = layout_.format.blockInPixels ? frame.pixels + frameBytes : frame.metadata;
     static const std::uint8_t kNoBlock[kMetadataBlockSize] = {};
     if (block == nullptr) block = kNoBlock;
-    if (layout_.compressed) {
+    if (layout_.format.compressed) {
       if (const int r = WriteCompressed(frame.pixels, frameBytes, h, pixels, block); r != 0) return r;
-    } else if (layout_.blockInPixels) {
+    } else if (layout_.format.blockInPixels) {
       out_.Write(frame.pixels, frameBytes + kMetadataBlockSize);
     } else {
       out_.Write(frame.pixels, frameBytes);
@@ -131,7 +128,7 @@ class ContainerWriter final : public FrameWriter {
   void WriteHeader(const FrameHeader& h, std::uint64_t frameBytes) {
     header_ = h;
     std::uint8_t head[kHeaderSize] = {};
-    std::memcpy(head, layout_.magic, 8);
+    std::memcpy(head, layout_.format.magic, 8);
     PutLE<std::uint32_t>(head + kOffHeaderSize, kHeaderSize);
     PutLE<std::uint32_t>(head + kOffVersion, kVersion);
     PutLE<std::uint32_t>(head + kOffType, static_cast<std::uint32_t>(layout_.type));
@@ -139,8 +136,8 @@ class ContainerWriter final : public FrameWriter {
     PutLE<std::uint32_t>(head + kOffHeight, h.height);
     PutLE<std::uint32_t>(head + kOffBits, h.bits);
     PutLE<std::uint32_t>(head + kOffColorKind, h.bits > 16 ? kColorKindColor : kColorKindGrey);
-    const std::uint32_t flags = (h.mosaic ? kFlagMosaic : 0) | (layout_.compressed ? kFlagCompressed : 0) |
-                                (layout_.blockInPixels ? kFlagBlockInPixels : 0);
+    const std::uint32_t flags = (h.mosaic ? kFlagMosaic : 0) | (layout_.format.compressed ? kFlagCompressed : 0) |
+                                (layout_.format.blockInPixels ? kFlagBlockInPixels : 0);
     PutLE<std::uint32_t>(head + kOffFlags, flags);
     PutLE<std::uint32_t>(head + kOffMosaicOrder, h.mosaic ? h.mosaicOrder : 0);
     PutLE<std::uint32_t>(head + kOffFrameCount, 0);
@@ -191,11 +188,10 @@ class ContainerFile final : public ImageFile {
     fileSize_ = static_cast<std::uint64_t>(end);
     std::uint8_t head[kHeaderSize];
     if (!ReadAt(0, head, sizeof head)) return kFkNotAnImage;
-    for (const Layout& l : kLayouts)
-      if (std::memcmp(head, l.magic, 8) == 0) layout_ = &l;
+    layout_ = ContainerOfMagic(head);
     if (layout_ == nullptr) return kFkNotAnImage;
     const std::uint32_t flags = GetLE<std::uint32_t>(head + kOffFlags);
-    info_.fileType = layout_->type;
+    info_.fileType = layout_->number;
     info_.width = GetLE<std::uint32_t>(head + kOffWidth);
     info_.height = GetLE<std::uint32_t>(head + kOffHeight);
     info_.bits = GetLE<std::uint32_t>(head + kOffBits);
@@ -206,7 +202,7 @@ class ContainerFile final : public ImageFile {
     const std::uint32_t depth = info_.mosaic ? info_.bits / 3 : info_.bits;
     if (GetLE<std::uint32_t>(head + kOffHeaderSize) != kHeaderSize || !DepthAllowed(depth, true) ||
         (info_.mosaic && (info_.bits % 3 != 0 || depth > 16)) ||
-        ((flags & kFlagCompressed) != 0) != layout_->compressed)
+        ((flags & kFlagCompressed) != 0) != layout_->container->compressed)
       return kFkDamagedImage;
     if (const int check = CheckGeometry(info_.width, info_.height, 6); check != 0) return check;
     pixelLayout_ = FormatOfDepth(depth);
@@ -219,7 +215,7 @@ class ContainerFile final : public ImageFile {
     for (std::uint32_t i = 0; count == 0 ? i < UINT32_MAX : i < count; ++i) {
       std::uint64_t record = frameBytes_ + kMetadataBlockSize;
       std::uint64_t stored = frameBytes_;
-      if (layout_->compressed) {
+      if (layout_->container->compressed) {
         std::uint8_t recordHead[kCompressedRecordHead];
         if (!ReadAt(at, recordHead, sizeof recordHead)) break;
         stored = GetLE<std::uint32_t>(recordHead);
@@ -239,7 +235,7 @@ class ContainerFile final : public ImageFile {
     const Record& r = records_[index];
     frame.pixels.resize(frameBytes_);
     frame.alpha.clear();
-    if (!layout_->compressed) {
+    if (!layout_->container->compressed) {
       if (!ReadAt(r.offset, frame.pixels.data(), frameBytes_) ||
           !ReadAt(r.offset + frameBytes_, frame.metadata.data(), kMetadataBlockSize))
         return kFkDamagedImage;
@@ -282,22 +278,20 @@ class ContainerFile final : public ImageFile {
 
   int fd_ = -1;
   std::uint64_t fileSize_ = 0, frameBytes_ = 0;
-  const Layout* layout_ = nullptr;
+  const FileTypeDescriptor* layout_ = nullptr;
   PixelFormat pixelLayout_;
   std::vector<Record> records_;
 };
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateContainerWriter(int fd, const std::string&, const FileTypeRow& type,
-                                                   int* result) {
-  const Layout* layout = LayoutOfType(type.number);
-  if (layout == nullptr) {
-    ::close(fd);
+std::unique_ptr<FrameWriter> CreateContainerWriter(const WriterStart& start, int* result) {
+  if (start.type.container == nullptr) {
+    ::close(start.fd);
     *result = kFkTypeNotAvailable;
     return nullptr;
   }
-  return std::make_unique<ContainerWriter>(fd, *layout);
+  return std::make_unique<ContainerWriter>(start.fd, Layout{start.type.number, *start.type.container});
 }
 
 std::unique_ptr<ImageFile> OpenContainerFile(const std::string& path, int* result) {

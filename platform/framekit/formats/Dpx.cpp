@@ -159,8 +159,8 @@ class DpxFile final : public ImageFile {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateDpxWriter(int fd, const std::string&, const FileTypeRow&, int*) {
-  return std::make_unique<DpxWriter>(fd);
+std::unique_ptr<FrameWriter> CreateDpxWriter(const WriterStart& start, int*) {
+  return std::make_unique<DpxWriter>(start.fd);
 }
 
 std::unique_ptr<ImageFile> OpenDpxFile(const std::string& path, int* result) {

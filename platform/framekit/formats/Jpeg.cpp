@@ -42,7 +42,9 @@ void InstallErrors(ErrorManager& errors, j_common_ptr info) {
 
 class JpegWriter final : public FrameWriter {
  public:
-  explicit JpegWriter(int fd) : out_(fd), buffer_(kChunk) {}
+  // `quality` (0 to 10000) from the options the output was opened with.
+  JpegWriter(int fd, std::uint32_t quality)
+      : out_(fd), buffer_(kChunk), quality_(std::min<std::uint32_t>(quality, 10000)) {}
 
   int Write(const FrameData& frame) override {
     jpeg_compress_struct cinfo{};
@@ -95,8 +97,7 @@ class JpegWriter final : public FrameWriter {
     cinfo.input_components = static_cast<int>(layout.channels);
     cinfo.in_color_space = layout.channels == 3 ? JCS_EXT_BGR : JCS_GRAYSCALE;
     jpeg_set_defaults(&cinfo);
-    const std::uint32_t quality = OptionsInForce(3).quality;
-    jpeg_set_quality(&cinfo, std::clamp(static_cast<int>((quality + 50) / 100), 1, 100), TRUE);
+    jpeg_set_quality(&cinfo, std::clamp(static_cast<int>((quality_ + 50) / 100), 1, 100), TRUE);
     jpeg_start_compress(&cinfo, TRUE);
     if (frame.metadata != nullptr) {
       JOCTET segment[sizeof kMetadataId + kMetadataBlockSize];
@@ -115,6 +116,7 @@ class JpegWriter final : public FrameWriter {
 
   OutputStream out_;
   std::vector<std::uint8_t> buffer_;
+  std::uint32_t quality_;
 };
 
 class JpegFile final : public ImageFile {
@@ -182,8 +184,8 @@ class JpegFile final : public ImageFile {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateJpegWriter(int fd, const std::string&, const FileTypeRow&, int*) {
-  return std::make_unique<JpegWriter>(fd);
+std::unique_ptr<FrameWriter> CreateJpegWriter(const WriterStart& start, int*) {
+  return std::make_unique<JpegWriter>(start.fd, start.options.quality);
 }
 
 std::unique_ptr<ImageFile> OpenJpegFile(const std::string& path, int* result) {

@@ -1,6 +1,7 @@
 // The movie writer: AVI, MPEG, MP4, QuickTime and Windows Media through
-// FFmpeg. One writer serves every movie type; a row per type says the muxer,
-// its compressors and where its options come from. The encoder opens with the
+// FFmpeg. One writer serves every movie type; the type's descriptor says the
+// muxer and its compressors, and the output keeps the options it was opened
+// with. The encoder opens with the
 // first frame, when the geometry and rate are known, and lives until the file
 // ends. The file goes out through our own I/O callbacks on the descriptor that
 // the library created, so a failed write is seen as it happens.
@@ -12,6 +13,7 @@
 #include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -37,9 +39,9 @@ enum class QualityScale {
   kCrf,     // x264's constant rate factor, 45 (worst) to 10 (best) of its 51 to 0
 };
 
+// How each compressor of the movie types' lists is driven in FFmpeg.
 struct Encoder {
   std::uint32_t handler;
-  const char* name;
   const char* ffmpegName;
   AVPixelFormat greyFormat;    // what the encoder takes from grey frames
   AVPixelFormat colourFormat;  // and from colour frames
@@ -49,24 +51,24 @@ struct Encoder {
 };
 
 constexpr Encoder kEncoders[] = {
-    {kMovieMotionJpeg, "Motion JPEG", "mjpeg", AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ420P,
+    {kMovieMotionJpeg, "mjpeg", AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ420P,
      QualityScale::kQScale, nullptr, nullptr},
     // Raw AVI frames are 24-bit blue-green-red, which every player shows.
-    {kMovieRaw, "Uncompressed (24-bit RGB)", "rawvideo", AV_PIX_FMT_BGR24, AV_PIX_FMT_BGR24,
+    {kMovieRaw, "rawvideo", AV_PIX_FMT_BGR24, AV_PIX_FMT_BGR24,
      QualityScale::kNone, nullptr, nullptr},
-    {kMovieFfv1, "FFV1 (lossless)", "ffv1", AV_PIX_FMT_GRAY8, AV_PIX_FMT_0RGB32, QualityScale::kNone,
+    {kMovieFfv1, "ffv1", AV_PIX_FMT_GRAY8, AV_PIX_FMT_0RGB32, QualityScale::kNone,
      nullptr, nullptr},
-    {kMovieH264, "H.264 (x264, preset medium)", "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
+    {kMovieH264, "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
      QualityScale::kCrf, "medium", nullptr},
-    {kMovieH264Fast, "H.264 (x264, preset ultrafast)", "libx264", AV_PIX_FMT_YUV420P,
+    {kMovieH264Fast, "libx264", AV_PIX_FMT_YUV420P,
      AV_PIX_FMT_YUV420P, QualityScale::kCrf, "ultrafast", nullptr},
-    {kMovieMpeg1, "MPEG-1 video", "mpeg1video", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
+    {kMovieMpeg1, "mpeg1video", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
      QualityScale::kQScale, nullptr, nullptr},
-    {kMovieMpeg2, "MPEG-2 video", "mpeg2video", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
+    {kMovieMpeg2, "mpeg2video", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
      QualityScale::kQScale, nullptr, nullptr},
-    {kMovieProRes, "Apple ProRes 422", "prores_ks", AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV422P10LE,
+    {kMovieProRes, "prores_ks", AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV422P10LE,
      QualityScale::kNone, nullptr, "standard"},
-    {kMovieWmv, "Windows Media Video 8", "wmv2", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
+    {kMovieWmv, "wmv2", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
      QualityScale::kQScale, nullptr, nullptr},
 };
 
@@ -74,32 +76,6 @@ constexpr Encoder kEncoders[] = {
 // encoders run at a fixed one that keeps detail, as a measurement movie wants.
 constexpr int kFixedQScale = 3;
 constexpr double kFixedCrf = 17.0;
-constexpr std::uint32_t kDefaultAviQuality = 9000;
-
-struct MovieType {
-  int number;
-  const char* muxer;
-  int optionsType;  // whose options choose the compressor
-  std::array<std::uint32_t, 5> handlers;  // the list; the first is the default; 0 ends it
-  bool qualityFromOptions;
-  // MP4 and QuickTime are written as fragments, each with its own index, so a
-  // file cut short (a full disk, a crash) still plays up to its last fragment.
-  bool fragmented;
-};
-
-constexpr MovieType kMovieTypes[] = {
-    {13, "avi", 13, {kMovieMotionJpeg, kMovieRaw, kMovieFfv1, kMovieH264, kMovieH264Fast}, true, false},
-    {16, "mpeg", 16, {kMovieMpeg2, kMovieMpeg1, kMovieH264, kMovieH264Fast, 0}, false, false},
-    {18, "mp4", 16, {kMovieH264, kMovieH264Fast, kMovieMpeg2, kMovieMpeg1, 0}, false, true},
-    {20, "mov", 20, {kMovieH264, kMovieH264Fast, kMovieMotionJpeg, kMovieProRes, 0}, false, true},
-    {17, "asf", 17, {kMovieWmv, 0, 0, 0, 0}, false, false},
-};
-
-const MovieType* FindMovieType(int number) {
-  for (const MovieType& type : kMovieTypes)
-    if (type.number == number) return &type;
-  return nullptr;
-}
 
 const Encoder* FindEncoder(std::uint32_t handler) {
   for (const Encoder& encoder : kEncoders)
@@ -107,8 +83,9 @@ const Encoder* FindEncoder(std::uint32_t handler) {
   return nullptr;
 }
 
-bool Lists(const MovieType& type, std::uint32_t handler) {
-  return handler != 0 && std::find(type.handlers.begin(), type.handlers.end(), handler) != type.handlers.end();
+bool Lists(const FileTypeDescriptor& type, std::uint32_t handler) {
+  return handler != 0 && std::any_of(type.codecs.begin(), type.codecs.end(),
+                                     [handler](const CodecEntry& c) { return c.handler == handler; });
 }
 
 // The quality an AVI is written at. 0 is what the options hold when none was
@@ -165,7 +142,8 @@ struct IoDeleter {
 
 class MovieWriter final : public FrameWriter {
  public:
-  MovieWriter(int fd, const MovieType& type) : fd_(fd), type_(type) {}
+  MovieWriter(int fd, const FileTypeDescriptor& type, const FrameOptions& options)
+      : fd_(fd), type_(type), movie_(*type.movie), options_(options) {}
   ~MovieWriter() override {
     if (fd_ >= 0) ::close(fd_);
   }
@@ -254,10 +232,9 @@ class MovieWriter final : public FrameWriter {
   }
 
   std::uint32_t ChosenHandler() const {
-    const FrameOptions options = OptionsInForce(type_.optionsType);
     // A compressor that this type does not list (the MPEG options also choose
     // for MP4) leaves the type's default.
-    return Lists(type_, options.handler) ? options.handler : type_.handlers[0];
+    return Lists(type_, options_.handler) ? options_.handler : type_.codecs.front().handler;
   }
 
 
@@ -273,7 +250,7 @@ class MovieWriter final : public FrameWriter {
     const AVPixelFormat target = colour_ ? encoder.colourFormat : encoder.greyFormat;
 
     AVFormatContext* rawFormat = nullptr;
-    if (avformat_alloc_output_context2(&rawFormat, nullptr, type_.muxer, nullptr) < 0 || !rawFormat)
+    if (avformat_alloc_output_context2(&rawFormat, nullptr, movie_.muxer, nullptr) < 0 || !rawFormat)
       return Failure(kFkCodecFailed);
     format_.reset(rawFormat);
 
@@ -326,8 +303,8 @@ class MovieWriter final : public FrameWriter {
       c.color_trc = AVCOL_TRC_SMPTE170M;
     }
     if (format_->oformat->flags & AVFMT_GLOBALHEADER) c.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    const bool fromOptions = type_.qualityFromOptions;
-    const std::uint32_t quality = AviQuality(OptionsInForce(type_.optionsType));
+    const bool fromOptions = movie_.qualityFromOptions;
+    const std::uint32_t quality = AviQuality(options_);
     switch (encoder.scale) {
       case QualityScale::kQScale: {
         const int scale = fromOptions ? QScaleOf(quality) : kFixedQScale;
@@ -359,7 +336,7 @@ class MovieWriter final : public FrameWriter {
     if (encoder.handler == kMovieRaw) stream->codecpar->codec_tag = 0;
 
     AVDictionary* options = nullptr;
-    if (type_.fragmented) av_dict_set(&options, "movflags", "frag_keyframe+empty_moov+default_base_moof", 0);
+    if (movie_.fragmented) av_dict_set(&options, "movflags", "frag_keyframe+empty_moov+default_base_moof", 0);
     const int header_result = avformat_write_header(format_.get(), &options);
     av_dict_free(&options);
     if (header_result < 0) return Failure(ioError_ ? kFkWriteFailed : kFkCodecFailed);
@@ -438,7 +415,9 @@ class MovieWriter final : public FrameWriter {
   static constexpr int kIoBufferSize = 1 << 18;
 
   int fd_;
-  const MovieType& type_;
+  const FileTypeDescriptor& type_;
+  const MovieFormat& movie_;
+  const FrameOptions options_;  // as the output was opened
   std::unique_ptr<AVFormatContext, FormatContextDeleter> format_;
   std::unique_ptr<AVIOContext, IoDeleter> io_;
   std::unique_ptr<AVCodecContext, CodecContextDeleter> codec_;
@@ -458,54 +437,13 @@ class MovieWriter final : public FrameWriter {
 
 }  // namespace
 
-bool IsMovieType(int fileType) { return FindMovieType(fileType) != nullptr; }
-
-std::vector<CodecEntry> MovieCodecList(int fileType) {
-  std::vector<CodecEntry> list;
-  const MovieType* type = FindMovieType(fileType);
-  if (type == nullptr) return list;
-  for (const std::uint32_t handler : type->handlers) {
-    if (handler == 0) break;
-    const Encoder& encoder = *FindEncoder(handler);
-    CodecEntry entry;
-    entry.reserved = static_cast<std::uint32_t>(fileType);
-    entry.handler = handler;
-    // Only AVI takes a quality from its options; the others run at a fixed one.
-    const bool hasQuality = type->qualityFromOptions && encoder.scale != QualityScale::kNone;
-    entry.flags = hasQuality ? kCodecHasQuality : 0;
-    entry.quality = hasQuality ? kDefaultAviQuality : 0;
-    CopyText(entry.name, encoder.name);
-    list.push_back(entry);
-  }
-  return list;
-}
-
-bool MovieHandlerKnown(int fileType, std::uint32_t handler) {
-  const MovieType* type = FindMovieType(fileType);
-  if (type == nullptr) return false;
-  if (handler == 0) return true;
-  // The MPEG options choose for MP4 as well, so they take MP4's compressors too.
-  if (fileType == 16 && Lists(*FindMovieType(18), handler)) return true;
-  return Lists(*type, handler);
-}
-
-FrameOptions MovieDefaultOptions(int fileType) {
-  FrameOptions options;
-  const MovieType* type = FindMovieType(fileType);
-  if (type == nullptr) return options;
-  if (type->qualityFromOptions) options.quality = kDefaultAviQuality;
-  CopyText(options.name, FindEncoder(type->handlers[0])->name);
-  return options;
-}
-
-std::unique_ptr<FrameWriter> CreateMovieWriter(int fd, const std::string&, const FileTypeRow& row, int* result) {
-  const MovieType* type = FindMovieType(row.number);
-  if (type == nullptr) {
-    ::close(fd);
+std::unique_ptr<FrameWriter> CreateMovieWriter(const WriterStart& start, int* result) {
+  if (start.type.movie == nullptr || start.type.codecs.empty()) {
+    ::close(start.fd);
     *result = kFkTypeNotAvailable;
     return nullptr;
   }
-  return std::make_unique<MovieWriter>(fd, *type);
+  return std::make_unique<MovieWriter>(start.fd, start.type, start.options);
 }
 
 }  // namespace tarnvel::framekit

@@ -227,8 +227,8 @@ class PngFile final : public ImageFile {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreatePngWriter(int fd, const std::string&, const FileTypeRow&, int*) {
-  return std::make_unique<PngWriter>(fd);
+std::unique_ptr<FrameWriter> CreatePngWriter(const WriterStart& start, int*) {
+  return std::make_unique<PngWriter>(start.fd);
 }
 
 std::unique_ptr<ImageFile> OpenPngFile(const std::string& path, int* result) {

@@ -170,8 +170,8 @@ class TgaFile final : public ImageFile {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateTgaWriter(int fd, const std::string&, const FileTypeRow&, int*) {
-  return std::make_unique<TgaWriter>(fd);
+std::unique_ptr<FrameWriter> CreateTgaWriter(const WriterStart& start, int*) {
+  return std::make_unique<TgaWriter>(start.fd);
 }
 
 std::unique_ptr<ImageFile> OpenTgaFile(const std::string& path, int* result) {

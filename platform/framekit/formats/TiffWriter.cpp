@@ -1,6 +1,6 @@
-// The TIFF-based types: TIFF (1), multipage TIFF (11) and DNG (51). A single
-// TIFF is uncompressed; a multipage file is compressed as its compressor
-// handler says and becomes BigTIFF when its frames would pass 4 GiB; a DNG
+// The TIFF-based types: TIFF, multipage TIFF and DNG. A single TIFF is
+// uncompressed; a multipage file is compressed as the compressor handler of
+// its options says and becomes BigTIFF when its frames would pass 4 GiB; a DNG
 // holds the pixels as linear raw data with the white level telling the
 // significant bits, and the camera, date, exposure and frame rate of the
 // recording when the engine tells them. libtiff opens at the first frame, when the frame size and
@@ -33,12 +33,8 @@ void SetDngTags(TIFF* tif, const PixelFormat& layout) {
 
 class TiffWriter final : public FrameWriter {
  public:
-  TiffWriter(int fd, std::string path, int fileType)
-      : fd_(fd), path_(std::move(path)), fileType_(fileType) {
-    options_.page = fileType_ == 11;
-    options_.linearRaw = fileType_ == 51;
-    if (options_.page) options_.compression = static_cast<std::uint16_t>(OptionsInForce(11).handler);
-  }
+  TiffWriter(int fd, std::string path, const TiffImageOptions& options)
+      : fd_(fd), path_(std::move(path)), options_(options) {}
   ~TiffWriter() override { Finish(); }
 
   int Write(const FrameData& frame) override {
@@ -55,7 +51,7 @@ class TiffWriter final : public FrameWriter {
       }
       fd_ = -1;  // libtiff owns it now
     }
-    if (fileType_ == 51) SetDngTags(tif_, layout);
+    if (options_.linearRaw) SetDngTags(tif_, layout);
     return WriteTiffImage(tif_, frame, options_);
   }
 
@@ -76,16 +72,27 @@ class TiffWriter final : public FrameWriter {
  private:
   int fd_;
   std::string path_;
-  int fileType_;
   TiffImageOptions options_;
   TIFF* tif_ = nullptr;
 };
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> CreateTiffWriter(int fd, const std::string& path,
-                                              const FileTypeRow& type, int*) {
-  return std::make_unique<TiffWriter>(fd, path, type.number);
+std::unique_ptr<FrameWriter> CreateTiffWriter(const WriterStart& start, int*) {
+  return std::make_unique<TiffWriter>(start.fd, start.path, TiffImageOptions{});
+}
+
+std::unique_ptr<FrameWriter> CreatePageTiffWriter(const WriterStart& start, int*) {
+  TiffImageOptions options;
+  options.page = true;
+  options.compression = static_cast<std::uint16_t>(start.options.handler);
+  return std::make_unique<TiffWriter>(start.fd, start.path, options);
+}
+
+std::unique_ptr<FrameWriter> CreateDngWriter(const WriterStart& start, int*) {
+  TiffImageOptions options;
+  options.linearRaw = true;
+  return std::make_unique<TiffWriter>(start.fd, start.path, options);
 }
 
 }  // namespace tarnvel::framekit

@@ -69,19 +69,23 @@ TEST(LogoImage, DrawnAtItsScaleAndTransparency) {
   std::vector<std::uint8_t> logo(8 * 8 * 3, 200);
   // At 100 percent the logo goes through the blend unscaled.
   std::vector<std::uint16_t> a(40 * 30, 100), b(40 * 30, 100);
-  DrawLogo(a.data(), 40, 30, 12, kTopRight, 100, 4, 3, logo.data(), 8, 8, nullptr);
-  BlendBitmap(b.data(), 40, 30, 12, kTopRight, false, 3, 0, 4, logo.data(), 8, 8, nullptr);
+  const ConstImageView logoView = PackedView(logo.data(), 8, 8, 24);
+  auto grey12 = [](std::vector<std::uint16_t>& f) {
+    return PackedView(reinterpret_cast<std::uint8_t*>(f.data()), 40, 30, 12);
+  };
+  DrawLogo(grey12(a), logoView, nullptr, kTopRight, 100, 4, 3);
+  BlendBitmap(grey12(b), kTopRight, false, 3, 0, 4, logoView, nullptr);
   EXPECT_EQ(a, b);
   // At 50 percent: 4 columns, and 4 rows (rounded up to a multiple of 4).
   std::vector<std::uint8_t> frame(40 * 30, 0);
-  DrawLogo(frame.data(), 40, 30, 8, kTopLeft, 50, 0, 0, logo.data(), 8, 8, nullptr);
+  DrawLogo(PackedView(frame.data(), 40, 30, 8), logoView, nullptr, kTopLeft, 50, 0, 0);
   int touched = 0, outside = 0;
   for (int i = 0; i < 40 * 30; ++i)
     if (frame[i]) ++touched, outside += i % 40 > 3 || i / 40 > 3;
   EXPECT_EQ((std::array{touched, outside}), (std::array{16, 0}));
   // A logo far larger than the frame is clipped, never written outside.
   std::vector<std::uint8_t> big(400 * 400 * 3, 255), small(20 * 10 + 64, 0x33);
-  DrawLogo(small.data() + 32, 20, 10, 8, kCentre, 250, 0, 0, big.data(), 400, 400, nullptr);
+  DrawLogo(PackedView(small.data() + 32, 20, 10, 8), PackedView(big.data(), 400, 400, 24), nullptr, kCentre, 250, 0, 0);
   for (int i = 0; i < 32; ++i) ASSERT_TRUE(small[i] == 0x33 && small[32 + 200 + i] == 0x33) << i;
 }
 

@@ -2,11 +2,15 @@
 // use, compressor lists and the operations' argument checks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <set>
 #include <thread>
 
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
+#include "platform/framekit/ImageReader.h"
 #include "tests/platform/framekit/FrameKitTestSupport.h"
 #include "tests/support/TestFiles.h"
 
@@ -76,6 +80,104 @@ TEST(FileTypes, OptionsArePerTypeAndWholeUnderConcurrentUse) {
   FrameOptions other;
   ASSERT_EQ(GetOptions(3, &other), 0);
   EXPECT_EQ(other.quality, framekit::kDefaultJpegQuality) << "type 4's settings stay with type 4";
+}
+
+// The sums of the two quantisation tables that libjpeg makes for a quality
+// (1 to 100) from the standard tables, for checking what Pillow reads back.
+std::pair<int, int> QuantisationSums(int quality) {
+  static const int kLuminance[64] = {16, 11, 10, 16, 24,  40,  51,  61,  12, 12, 14, 19, 26,  58,  60,  55,
+                                     14, 13, 16, 24, 40,  57,  69,  56,  14, 17, 22, 29, 51,  87,  80,  62,
+                                     18, 22, 37, 56, 68,  109, 103, 77,  24, 35, 55, 64, 81,  104, 113, 92,
+                                     49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99};
+  static const int kChrominance[64] = {17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99,
+                                       24, 26, 56, 99, 99, 99, 99, 99, 47, 66, 99, 99, 99, 99, 99, 99,
+                                       99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
+                                       99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
+  const int scale = quality < 50 ? 5000 / quality : 200 - 2 * quality;
+  auto sum = [scale](const int* table) {
+    int total = 0;
+    for (int i = 0; i < 64; ++i) total += std::clamp((table[i] * scale + 50) / 100, 1, 255);
+    return total;
+  };
+  return {sum(kLuminance), sum(kChrominance)};
+}
+
+// Each output keeps the options it was opened with: options set later, for
+// the next outputs, change nothing in a file already open, whichever writer
+// reads them when (JPEG per frame, the movie encoder at its first frame).
+TEST(FileTypes, OutputsKeepTheOptionsTheyWereOpenedWith) {
+  test::TempDir dir;
+  FrameOptions low, high;
+  low.quality = 3000, high.quality = 9500;
+  const test::FrameSpec spec{96, 64, 24};
+  const FrameHeader header = test::MakeHeader(spec);
+  const auto pixels = test::PatternFrame(spec, 0);
+  FrameHandle given = nullptr, inForce = nullptr;
+  ASSERT_EQ(SetOptions(3, &high), 0);
+  ASSERT_EQ(OpenOutput(dir.File("given.jpg").c_str(), 1, &given, &low), 0);
+  ASSERT_EQ(OpenOutput(dir.File("inforce.jpg").c_str(), 1, &inForce), 0) << "takes 95 now";
+  ASSERT_EQ(SetOptions(3, &low), 0);
+  ASSERT_EQ(WriteFrame(given, 0, 1, &header, nullptr, pixels.data()), 0);
+  ASSERT_EQ(WriteFrame(inForce, 0, 1, &header, nullptr, pixels.data()), 0);
+  CloseOutput(given);
+  CloseOutput(inForce);
+  std::string sums;
+  ASSERT_EQ(test::RunPython("from PIL import Image\n"
+                            "for name in ('given', 'inforce'):\n"
+                            "  q = Image.open('" + dir.File("") + "' + name + '.jpg').quantization\n"
+                            "  print(sum(q[0]), sum(q[1]))\n",
+                            &sums),
+            0);
+  const auto [l30, c30] = QuantisationSums(30);
+  const auto [l95, c95] = QuantisationSums(95);
+  EXPECT_EQ(sums, std::to_string(l30) + " " + std::to_string(c30) + "\n" + std::to_string(l95) + " " +
+                      std::to_string(c95) + "\n");
+  FrameOptions bad = low;
+  bad.quality = 10001;
+  FrameHandle refused = nullptr;
+  EXPECT_EQ(OpenOutput(dir.File("bad.jpg").c_str(), 1, &refused, &bad), kFkBadArgument);
+  EXPECT_EQ(refused, nullptr);
+  EXPECT_FALSE(std::filesystem::exists(dir.File("bad.jpg"))) << "refused before the file is made";
+  FrameOptions reset;
+  reset.quality = framekit::kDefaultJpegQuality;
+  SetOptions(3, &reset);
+}
+
+// The descriptors agree with each other where the engine and the dialogs
+// rely on it: a codec dialog has compressors to list and settings to take,
+// the companion movie's type is a movie with a quality, containers are told
+// apart by their magic, and the fallback is TIFF.
+TEST(FileTypes, DescriptorsAgreeWithEachOther) {
+  std::set<std::string> magics;
+  int companions = 0;
+  for (const auto& type : framekit::FileTypes()) {
+    const bool dialog = framekit::Has(type, framekit::kCodecDialog);
+    EXPECT_EQ(dialog, type.codecSetting != framekit::CodecSetting::kNone) << type.extension;
+    EXPECT_TRUE(!dialog || !type.codecs.empty()) << type.extension;
+    EXPECT_EQ(type.movie != nullptr, framekit::Has(type, framekit::kPlaybackRate)) << type.extension;
+    EXPECT_TRUE(!type.container || magics.insert(type.container->magic).second) << type.extension;
+    EXPECT_EQ(type.source == framekit::FrameSource::kRawFrame,
+              type.metadata == framekit::MetadataPlacement::kInPixelsBigEndian)
+        << type.extension;
+    const framekit::FileTypeDescriptor* options = framekit::FindFileType(type.optionsType);
+    ASSERT_NE(options, nullptr) << type.extension;
+    EXPECT_EQ(options->codecSetting, type.codecSetting) << "options chosen by a type of the same setting";
+    companions += type.companionMovie;
+  }
+  EXPECT_EQ(companions, 1);
+  EXPECT_TRUE(framekit::CompanionMovieType().movie && framekit::CompanionMovieType().movie->qualityFromOptions);
+  EXPECT_STREQ(framekit::FallbackFileType().extension, "tif");
+  // What a written container says its type is, is the number of its descriptor.
+  test::TempDir dir;
+  for (const auto& type : framekit::FileTypes()) {
+    if (!type.container || type.metadata != framekit::MetadataPlacement::kBeside) continue;
+    const std::string path = dir.File(std::string("c.") + type.extension);
+    ASSERT_EQ(test::WritePatternFile(path, {16, 8, 8}, 1), 0) << path;
+    int result = 0;
+    auto file = framekit::OpenImageFile(path, &result);
+    ASSERT_TRUE(file) << path;
+    EXPECT_EQ(file->Info().fileType, type.number) << path;
+  }
 }
 
 TEST(FileTypes, WriteFrameRejectsWrongCallsWithNegativeResults) {

@@ -1,4 +1,4 @@
-#include "recording/RawFileDescriptor.h"
+#include "platform/rawdrv/RawFileDescriptor.h"
 
 #include <cstdio>
 #include <cstdlib>
