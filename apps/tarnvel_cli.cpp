@@ -7,10 +7,13 @@
 //
 // The command line and its output choices are apps/cli/CliArguments; --help
 // tells them. --listen also takes the suite's commands on the converter's
-// socket and stays until command 4 finds the list empty. Ctrl-C asks once; a
-// second Ctrl-C aborts all jobs, which end through their normal tear-down.
-// --parallel N --save keeps N in the settings, as the desktop's Options
-// dialog does (1 turns parallel conversion off).
+// socket and stays until command 4 finds the list empty; a socket that cannot
+// be made safe or bound ends the program at once. Ctrl-C asks once; a second
+// Ctrl-C aborts all jobs, which end through their normal tear-down and keep
+// their raw files, and no waiting job starts. SIGTERM, SIGHUP and SIGPIPE
+// (the reader of the output went away) do the same without asking, then end
+// the program. --parallel N --save keeps N in the settings, as the desktop's
+// Options dialog does (1 turns parallel conversion off).
 // --batch-entry converts one entry of a batch alone and ends with a line
 // that tells how; --slurm and --slurm-report spread a batch over a Slurm
 // cluster (apps/cli/ClusterCommands).
@@ -42,6 +45,24 @@ std::atomic<bool> g_terminate{false};
 
 void OnInterrupt(int) { ++g_interrupts; }
 void OnTerminate(int) { g_terminate = true; }
+
+// The handlers only set flags; the main loop acts on them. SA_RESTART keeps
+// the writes of running jobs from being cut by a signal.
+void InstallSignalHandlers() {
+  struct sigaction action {};
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  action.sa_handler = OnInterrupt;
+  sigaction(SIGINT, &action, nullptr);
+  action.sa_handler = OnTerminate;
+  for (int signal : {SIGTERM, SIGHUP, SIGPIPE}) sigaction(signal, &action, nullptr);
+}
+
+// Shows a numbered message through the console and returns the exit status 1.
+int Refuse(tarnvel::ConsoleFrontEnd& console, int number, const std::string& argument) {
+  console.ShowMessage(number, tarnvel::StyleOf(number), tarnvel::MessageText(number, argument.c_str()));
+  return 1;
+}
 
 // Stores `parallel` jobs at once as the settings of every later run: 0 when
 // saved, 1 when the settings could not be written.
@@ -97,18 +118,18 @@ int main(int argc, char** argv) {
                         return std::make_unique<CDecodeRaw>(path, row, sentBySuite ? 1 : 0);
                       },
                       settings);
-  std::signal(SIGINT, OnInterrupt);
-  std::signal(SIGTERM, OnTerminate);
-  scheduler.StartThread();
-
+  InstallSignalHandlers();
   SuiteListener listener;
   if (listen) {
     const std::string socket = ConverterSocketPath();
     if (const int error = listener.Start(socket, [&](std::uint32_t command, std::span<const std::uint8_t> payload) {
           scheduler.HandleSuiteCommand(command, payload);
         });
-        error != 0)
-      std::fprintf(stderr, "tarnvel-cli: cannot listen on %s: %s\n", socket.c_str(), std::strerror(error));
+        error != 0) {
+      const std::string problem = SocketPathProblem(socket);
+      DriverExit();
+      return Refuse(console, kMsgSocketUnusable, problem.empty() ? socket + ": " + std::strerror(error) : problem);
+    }
   }
   EntryAdded entryAdded = EntryAdded::Added;
   if (arguments.batchEntry) {
@@ -120,6 +141,8 @@ int main(int argc, char** argv) {
     DriverExit();
     return kExitUsage;
   }
+  // The first pass finds every job of the command line: in parallel they start together.
+  scheduler.StartThread();
 
   int askedAt = 0;
   bool terminating = false;
@@ -128,7 +151,8 @@ int main(int argc, char** argv) {
     // A termination request (a service stop, a shutdown) aborts every job
     // without asking; the jobs close their outputs and keep the raw files.
     if (g_terminate && !terminating) {
-      scheduler.AbortJobs(true);
+      listener.Stop();  // no job comes in any more
+      scheduler.AbortAll();
       terminating = true;
     }
     const int interrupts = g_interrupts.load();
@@ -137,7 +161,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "\ntarnvel-cli: %s Press Ctrl-C again to abort all jobs.\n", MessageText(kMsgConfirmAbort).c_str());
         askedAt = interrupts;
       } else if (askedAt > 0) {
-        scheduler.AbortJobs(true);
+        scheduler.AbortAll();
         askedAt = -1;  // asked and aborted
       }
     }
@@ -152,7 +176,7 @@ int main(int argc, char** argv) {
 
   int failed = 0;
   for (std::uint32_t row = 0; row < list.RowCount(); ++row)
-    if (list.Row(row).cells[kStatusColumn] != "Done") ++failed;
+    if (list.Row(row).status != RowStatus::Done) ++failed;
   if (list.RowCount() == 0 && !listen) failed = 1;  // nothing was converted
   return failed == 0 ? kExitDone : kExitFailed;
 }

@@ -112,7 +112,7 @@ int main(int argc, char** argv) {
   std::vector<std::string> refused;
   ReadJobArgs(argsPath, args, &refused);
   std::printf("Job %s\n", argsPath.c_str());
-  for (const std::string& key : refused) Show("Refused", key + ": value longer than its field");
+  for (const std::string& key : refused) Show("Refused", key + " " + RefusalReason(key));
   const std::string base(FieldText(args.baseName));
   Show("Base name", base);
   Show("Device name", std::string(FieldText(args.deviceName)));

@@ -64,9 +64,13 @@ int main(int argc, char** argv) {
   } else {
     return Usage();
   }
+  if (socket.empty()) {
+    std::fprintf(stderr, "tarnvel-send: %s\n", tarnvel::SocketPathProblem(socket).c_str());
+    return 1;
+  }
   const auto answer = tarnvel::SendSuiteMessage(socket, command, payload);
   if (!answer) {
-    std::fprintf(stderr, "tarnvel-send: no converter answered on %s\n", socket.c_str());
+    std::fprintf(stderr, "tarnvel-send: no converter of this user answered on %s\n", socket.c_str());
     return 1;
   }
   std::printf("%u\n", *answer);

@@ -18,6 +18,15 @@ using ReportFunction = void (*)(void* context, std::uint32_t rowIndex, const cha
 
 enum class RunState : std::uint32_t { NotStarted = 0, RunningOnThread = 1, Finished = 2 };
 
+// The status of a job and of its row, as the list shows it; a report's
+// `state` is one of these or kProgressOnly. Done, Abort and Error are final:
+// a job and a row take one of them once and keep it.
+enum class RowStatus : std::int32_t { Waiting = 0, Converting = 1, Done = 2, Abort = 3, Error = 4, ConvertingWithMovie = 5 };
+inline constexpr std::int32_t kProgressOnly = -1;
+inline constexpr bool IsFinal(RowStatus status) {
+  return status == RowStatus::Done || status == RowStatus::Abort || status == RowStatus::Error;
+}
+
 class ConversionJob {
  public:
   virtual ~ConversionJob() = default;
@@ -39,8 +48,12 @@ class ConversionJob {
   virtual std::uint32_t RowIndex() const = 0;
   virtual bool AbortRequested() const = 0;
   virtual RunState GetRunState() const = 0;
+  // The message of a failed job, or the warning of one that ended Done
+  // (0 when there is none), and its argument.
   virtual std::int32_t StatusCode() const = 0;
   virtual std::string StatusText() const = 0;
+  // Waiting until the job has ended, then Done, Abort or Error, set once.
+  virtual RowStatus FinalStatus() const = 0;
 };
 
 }  // namespace tarnvel

@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <new>
 
 #include "engine/ImageSink.h"
+#include "engine/JobChecks.h"
 #include "engine/JobRun.h"
 #include "engine/OutputNaming.h"
 #include "engine/OverlaySetup.h"
@@ -43,17 +45,10 @@ std::string ExtensionOf(std::int32_t type) {
   return text;
 }
 
-// Deletes the raw files of a recording: its argument file, the descriptors,
-// and every .RAW and .CAL file; nothing else, not the folder.
-void DeleteRawFiles(const std::string& folder) {
-  for (const char* name : {"args.ini", "rawfile.xml", "rawstats.xml"}) std::remove(JoinPath(folder, name).c_str());
-  const char* extensions[] = {".RAW", ".CAL", nullptr};
-  const int bytes = CgEnumFiles(folder.c_str(), "", extensions, nullptr, 0);
-  if (bytes <= 0) return;
-  std::vector<char> names(static_cast<std::size_t>(bytes));
-  const int count = CgEnumFiles(folder.c_str(), "", extensions, names.data(), static_cast<std::uint32_t>(bytes));
-  const char* name = names.data();
-  for (int i = 0; i < count; ++i, name += std::strlen(name) + 1) std::remove(JoinPath(folder, name).c_str());
+// The index of frame i in the companion movie, -1 when it is not in it.
+std::int32_t MovieIndexOf(const JobRun& run, std::int32_t i) {
+  const RecordingInfo& rec = *run.recording;
+  return run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
 }
 
 }  // namespace
@@ -123,7 +118,9 @@ int CDecodeRaw::Fail(std::int32_t code, std::string_view text) {
 
 bool CDecodeRaw::WaitAtGate() {
   if (!pauseEvent_.Wait(pauseTimeout_)) pauseEvent_.Set();  // a forgotten pause ends by itself
-  return abortFlag_ == 0;
+  if (abortFlag_ == 0) return true;
+  Fail(kMsgAborted, "");
+  return false;
 }
 
 void CDecodeRaw::Report(const JobRun& run, const std::string& text, std::int32_t state, std::int32_t current) {
@@ -151,7 +148,28 @@ void CDecodeRaw::LoadBackground() {
   args_->backgroundOn = 1;
 }
 
-void CDecodeRaw::WriteSidecarFrame(JobRun&, std::int32_t frameNumber) {
+void CDecodeRaw::SetFinal(RowStatus status) {
+  RowStatus waiting = RowStatus::Waiting;
+  finalStatus_.compare_exchange_strong(waiting, status);  // a job ends once
+}
+
+void CDecodeRaw::WriteSidecarHead(JobRun& run) {
+  const RecordingInfo& rec = *run.recording;
+  if (!timeWriter_.Open(run.sidecarPath.c_str())) return run.outputs.Failed(run.sidecarPath);
+  run.outputs.Created(run.sidecarPath);
+  timeWriter_.OpenElement("Data");
+  timeWriter_.OpenElement("Sequence");
+  timeWriter_.WriteValue("UTCOffset", overlay_->items[kTimeCodeItem].format - 12);
+  timeWriter_.WriteValue("LeapSeconds", overlay_->items[kTimeCodeItem].paramA);
+  timeWriter_.WriteValue("Fps", TruncatedRate(rec.Rate));
+  timeWriter_.WriteValue("Width", static_cast<std::int32_t>(rec.ROIW));
+  timeWriter_.WriteValue("Height", static_cast<std::int32_t>(rec.ROIH));
+  timeWriter_.WriteValue("FrameCount", args_->frameCount);
+  timeWriter_.CloseElement("Sequence");
+}
+
+void CDecodeRaw::WriteSidecarFrame(JobRun& run, std::int32_t frameNumber) {
+  if (!run.sidecarOn || !timeWriter_.IsOpen()) return;
   const CalendarTime t = DecodeTimeCode(rawFrame_.time, 0, 0);
   timeWriter_.OpenElement("Frame");
   timeWriter_.WriteValue("FrameIndex", frameNumber);
@@ -168,20 +186,43 @@ void CDecodeRaw::WriteSidecarFrame(JobRun&, std::int32_t frameNumber) {
 
 int CDecodeRaw::ConvertJob() {
   JobRun run;
-  abortFlag_ = 0;
   statusCode_ = 0;
   statusText_[0] = '\0';
   run.startTicks = TickCount();
   run.recording = std::make_unique<RecordingInfo>();
-  RecordingInfo& rec = *run.recording;
-  std::memset(&rec, 0, sizeof rec);
+  std::memset(run.recording.get(), 0, sizeof *run.recording);
+  try {
+    if (Prepare(run) != 0) {
+      // Nothing was written: no report, and the run state stays.
+      readAhead_.Stop();
+      rawSource_.Close();
+      imageOps_.Clear();
+      SetFinal(statusCode_ == kMsgAborted ? RowStatus::Abort : RowStatus::Error);
+      return -1;
+    }
+    OpenCompanions(run);
+    RunFrames(run);
+  } catch (const std::exception& e) {
+    // Memory that a setting asked for and the machine could not give: the
+    // outputs are closed below like after any failure.
+    if (statusCode_ == 0) Fail(kMsgOutOfMemory, e.what());
+  }
+  readAhead_.Stop();
+  CommonEnd(run);
+  return FinalStatus() == RowStatus::Done ? 0 : -1;
+}
 
+int CDecodeRaw::Prepare(JobRun& run) {
+  RecordingInfo& rec = *run.recording;
+  const std::string argsPath(FieldText(argsPath_));
   std::vector<std::string> refused;
-  ReadJobArgs(FieldText(argsPath_), *args_, &refused);
+  ReadJobArgs(argsPath, *args_, &refused);
   BuildOverlayConfig(*args_, *overlay_);
-  run.recordingFolder = RecordingFolderOf(FieldText(argsPath_));
+  run.recordingFolder = RecordingFolderOf(argsPath);
   if (!FolderExists(run.recordingFolder)) return Fail(kMsgArgsFolderMissing, run.recordingFolder);
-  if (!refused.empty()) return Fail(kMsgArgsFolderMissing, run.recordingFolder + " (" + refused.front() + ")");
+  if (const std::string problem = ArgumentFileProblem(argsPath); !problem.empty())
+    return Fail(kMsgJobSettingsUnusable, problem);
+  if (!refused.empty()) return Fail(kMsgJobSettingsUnusable, argsPath + ": " + RefusedKeysProblem(refused));
   if (ReadRecordingConfig(run.recordingFolder, rec) == 0) return Fail(kMsgProfileUnreadable, "");
 
   OutputFolder output;
@@ -189,7 +230,24 @@ int CDecodeRaw::ConvertJob() {
     return Fail(kMsgOutputFolderFailed, output.folder);
   run.outputFolder = output.folder;
   run.copyProfile = output.copyProfile;
+  SettleOutputSettings(run);
+  if (OpenSource(run) != 0) return -1;
 
+  textBarHeight_ = MeasureTextBar(args_->overlayFlags, FieldText(args_->overlayFont));
+  run.sidecarOn = rec.SyncInCfg >= 5 && rec.SyncInCfg <= 8;
+  std::string problem = ValueProblem(*args_, *overlay_, rec, {geometry_, textBarHeight_, run.sidecarOn, args_->companionMovie != 0});
+  if (problem.empty()) problem = OutputNameProblem(run);
+  if (!problem.empty()) return Fail(kMsgJobSettingsUnusable, argsPath + ": " + problem);
+  if (abortFlag_ != 0) return Fail(kMsgAborted, "");  // aborted before anything was written
+  run.facts.argsRead = true;
+  run.facts.deleteAsked = overrides_.deleteRaw != 0;
+  run.facts.framesWanted = args_->frameCount;
+  PrepareBuffersAndChannels(run);
+  return 0;
+}
+
+void CDecodeRaw::SettleOutputSettings(JobRun& run) {
+  RecordingInfo& rec = *run.recording;
   if (rec.FileType < 1) rec.FileType = framekit::FallbackFileType().number;
   run.extension = ExtensionOf(rec.FileType);
   const bool ownSettings = overrides_.fileType == kRecordingFileType || sentBySuite_ != 0;
@@ -215,11 +273,11 @@ int CDecodeRaw::ConvertJob() {
   ReadImageOpList(run.recordingFolder.c_str(), imageOps_);
   if (args_->companionMovie != 0) run.movieOptions = ApplyCodec(framekit::CompanionMovieType().number, run.codec);
   if (!ownSettings) run.extension = ExtensionOf(rec.FileType);
+}
 
-  if (rawSource_.Open(run.recordingFolder.c_str()) != 0) {
-    imageOps_.Clear();
-    return Fail(kMsgRawOpenFailed, run.recordingFolder);
-  }
+int CDecodeRaw::OpenSource(JobRun& run) {
+  RecordingInfo& rec = *run.recording;
+  if (rawSource_.Open(run.recordingFolder.c_str()) != 0) return Fail(kMsgRawOpenFailed, run.recordingFolder);
   hasCameraBlock_ = rawSource_.HasCameraBlock();
   rawSource_.SetDeviceName(args_->deviceName, sizeof args_->deviceName);
   rawSource_.SetTemperature(args_->temperature);
@@ -233,63 +291,82 @@ int CDecodeRaw::ConvertJob() {
                               (framekit::Has(*type, framekit::kMosaic) && IsColour(geometry_.bits)));
     sourceReady = readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) == 0;
   }
-  if (!sourceReady) {
-    rawSource_.Close();
-    imageOps_.Clear();
-    return Fail(kMsgRawOpenFailed, run.recordingFolder);
+  if (!sourceReady) return Fail(kMsgRawOpenFailed, run.recordingFolder);
+  return 0;
+}
+
+// Every path the run will write, settled before anything is written: a base
+// or device name that would leave its folder, or a path too long for its
+// field, stops the job here instead of losing an output later.
+std::string CDecodeRaw::OutputNameProblem(JobRun& run) {
+  const RecordingInfo& rec = *run.recording;
+  const std::string baseName(FieldText(args_->baseName));
+  const std::string tooLong = " is no plain file name, or the path it makes is too long";
+  if (HasCapability(rec.FileType, kCapMultiFrameFile)) {
+    const auto path = MultiFrameOutputPath(run.outputFolder, baseName, run.extension);
+    if (!path) return "the base name Arg02 \"" + baseName + "\"" + tooLong;
+    run.mainPath = *path;
+  } else if (args_->frameCount > 0) {
+    for (const std::int32_t i : {0, args_->frameCount - 1})
+      if (!FrameOutputPath(run.outputFolder, baseName, OutputFrameNumber(rec, i), run.extension))
+        return "the base name Arg02 \"" + baseName + "\"" + tooLong;
   }
+  if (args_->companionMovie != 0) {
+    const auto movie = CompanionMoviePath(run.outputFolder, FieldText(args_->moviePath), FieldText(args_->deviceName),
+                                          rec.FileType, baseName, run.extension);
+    if (!movie) return "the device name Arg22 \"" + std::string(FieldText(args_->deviceName)) + "\"" + tooLong;
+    run.moviePath = *movie;
+  }
+  if (run.sidecarOn) {
+    const auto sidecar = TimeSidecarPath(run.outputFolder, baseName);
+    if (!sidecar) return "the base name Arg02 \"" + baseName + "\"" + tooLong;
+    run.sidecarPath = *sidecar;
+  }
+  return {};
+}
+
+void CDecodeRaw::PrepareBuffersAndChannels(JobRun& run) {
+  RecordingInfo& rec = *run.recording;
   recordings_.AddCopy(rec);
   recordings_.SetCurrent(0);
   if (args_->backgroundOn) LoadBackground();
   if (geometry_.bits > 16) whiteBalance_.SetRecordingWhiteBalance(rec);
-
-  textBarHeight_ = MeasureTextBar(args_->overlayFlags, FieldText(args_->overlayFont));
-
   if (args_->channelsOn) {
     ReadPlotSettings(run.recordingFolder.c_str(), &run.plotSettings);
     run.channelPath = ChannelDataPath(run.recordingFolder, FieldText(args_->baseName), args_->channelFileType).value_or("");
     ReadChannelSettings(run.recordingFolder.c_str(), &run.channelSettings, run.plotSettings.AllUnitsChannels);
     run.channelDataLoaded = !run.channelPath.empty() && LoadChannelData(run.channelPath.c_str(), &run.channelData) == 1;
   }
+}
 
+void CDecodeRaw::OpenCompanions(JobRun& run) {
+  const RecordingInfo& rec = *run.recording;
   if (args_->companionMovie != 0) {
-    const auto moviePath = CompanionMoviePath(run.outputFolder, FieldText(args_->moviePath), FieldText(args_->deviceName),
-                                              rec.FileType, FieldText(args_->baseName), run.extension);
     run.movieFrames = rec.StopAvi - rec.StartAvi + 1;
-    if (moviePath) {
-      EnsurePath(*moviePath);
-      OpenOutput(moviePath->c_str(), 1, &run.movieHandle, run.movieOptions ? &*run.movieOptions : nullptr);
-    }
+    EnsurePath(run.moviePath);
+    if (OpenOutput(run.moviePath.c_str(), 1, &run.movieHandle, run.movieOptions ? &*run.movieOptions : nullptr) == 0)
+      run.outputs.Created(run.moviePath);
+    else
+      run.outputs.Failed(run.moviePath);
   }
   const std::uint32_t logoFlags[2] = {kOverlayItemMask[kFirstLogoItem], kOverlayItemMask[kSecondLogoItem]};
   const char* logoPaths[2] = {args_->logoPath1, args_->logoPath2};
   for (int i = 0; i < 2; ++i)
     if ((args_->overlayFlags & logoFlags[i]) && logoPaths[i][0] != '\0') logos_[i].Load(logoPaths[i]);
-
-  run.sidecarOn = rec.SyncInCfg >= 5 && rec.SyncInCfg <= 8;
-  if (run.sidecarOn) {
-    const auto sidecar = TimeSidecarPath(run.outputFolder, FieldText(args_->baseName));
-    if (sidecar && timeWriter_.Open(sidecar->c_str())) {
-      timeWriter_.OpenElement("Data");
-      timeWriter_.OpenElement("Sequence");
-      timeWriter_.WriteValue("UTCOffset", overlay_->items[kTimeCodeItem].format - 12);
-      timeWriter_.WriteValue("LeapSeconds", overlay_->items[kTimeCodeItem].paramA);
-      timeWriter_.WriteValue("Fps", TruncatedRate(rec.Rate));
-      timeWriter_.WriteValue("Width", static_cast<std::int32_t>(rec.ROIW));
-      timeWriter_.WriteValue("Height", static_cast<std::int32_t>(rec.ROIH));
-      timeWriter_.WriteValue("FrameCount", args_->frameCount);
-      timeWriter_.CloseElement("Sequence");
-    }
-  }
+  if (run.sidecarOn) WriteSidecarHead(run);
   PlanFrames(run);
   run.rowState = run.movieHandle ? 5 : 1;
   run.shownName = ShownName(FieldText(args_->baseName), run.extension);
-  RunFrames(run);
-  readAhead_.Stop();
-  CommonEnd(run);
-  if (statusCode_ != 0) return -1;
-  if (overrides_.deleteRaw) DeleteRawFiles(run.recordingFolder);
-  return 0;
+}
+
+int CDecodeRaw::ConvertFrameSafely(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
+                                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
+                                   std::int32_t movieIndex, std::int32_t movieTotal) {
+  try {
+    return ConvertFrame(run, out, frameNumber, sequenceIndex, outputPath, frameIndex, frameTotal, movieIndex, movieTotal);
+  } catch (const std::bad_alloc&) {
+    return kFkOutOfMemory;
+  }
 }
 
 void CDecodeRaw::PlanFrames(JobRun& run) {
@@ -344,79 +421,104 @@ void CDecodeRaw::DescribeSource(JobRun& run) {
 }
 
 int CDecodeRaw::RunFrames(JobRun& run) {
-  RecordingInfo& rec = *run.recording;
-  const std::int32_t total = args_->frameCount;
-  const std::string baseName(FieldText(args_->baseName));
-  auto frameNumberOf = [&](std::int32_t i) { return OutputFrameNumber(rec, i); };
-  auto movieIndexOf = [&](std::int32_t i) {
-    return run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
-  };
-  if (HasCapability(rec.FileType, kCapMultiFrameFile)) {
-    const auto path = MultiFrameOutputPath(run.outputFolder, baseName, run.extension);
-    const std::string mainPath = path.value_or("");
-    if (path) OpenOutput(path->c_str(), 1, &run.outHandle, run.outputOptions ? &*run.outputOptions : nullptr);
-    Report(run, run.shownName, run.rowState, 1);
-    for (std::int32_t i = 0; i < total; ++i) {
-      if (!WaitAtGate()) {
-        Fail(kMsgAborted, "");
-        break;
-      }
-      const std::int32_t frameNumber = frameNumberOf(i);
-      const std::int32_t sequenceIndex = SourceFramePosition(rec, i);
-      std::int32_t movieIndex = movieIndexOf(i);
-      const int result = ConvertFrame(run, run.outHandle, frameNumber, sequenceIndex, mainPath, i, total, movieIndex,
-                                      run.movieFrames);
-      if (run.sidecarOn && timeWriter_.IsOpen()) WriteSidecarFrame(run, frameNumber);
-      if (result != 0) {
-        // Close the file in good order: this frame once more, as the last of i + 1.
-        if (i < total - 1) ++i;
-        if (movieIndex != -1) run.movieFrames = ++movieIndex + 1;
-        ConvertFrame(run, run.outHandle, frameNumber, i, mainPath, i, i + 1, movieIndex, run.movieFrames);
-        if (run.sidecarOn && timeWriter_.IsOpen()) WriteSidecarFrame(run, frameNumber);
-        Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, mainPath);
-        break;
-      }
-      Report(run, run.shownName, -1, i + 1);
-    }
-    if (run.outHandle) CloseOutput(run.outHandle);
-    run.outHandle = nullptr;
-    if (args_->channelsOn && path) FinishFile(path->c_str(), 2, 1);
-    return 0;
-  }
-  Report(run, run.shownName, run.rowState, 1);
-  for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) {
-      Fail(kMsgAborted, "");
-      break;
-    }
-    const std::int32_t frameNumber = frameNumberOf(i);
-    const auto path = FrameOutputPath(run.outputFolder, baseName, frameNumber, run.extension);
-    const std::string framePath = path.value_or("");
-    FrameHandle handle = nullptr;
-    if (path) OpenOutput(path->c_str(), 1, &handle, run.outputOptions ? &*run.outputOptions : nullptr);
-    const int result = ConvertFrame(run, handle, frameNumber, SourceFramePosition(rec, i), framePath, i, total,
-                                    movieIndexOf(i), run.movieFrames);
-    if (run.sidecarOn && timeWriter_.IsOpen()) WriteSidecarFrame(run, frameNumber);
-    if (handle) CloseOutput(handle);
-    if (result != 0) {
-      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, framePath);
-      break;
-    }
-    if (args_->channelsOn && path) FinishFile(path->c_str(), 2, 1);
-    Report(run, std::string(LastComponent(framePath)), -1, i + 1);
-  }
+  if (HasCapability(run.recording->FileType, kCapMultiFrameFile))
+    RunMultiFrameFile(run);
+  else
+    RunFrameFiles(run);
   return 0;
 }
 
-void CDecodeRaw::CommonEnd(JobRun& run) {
-  if (run.movieHandle) CloseOutput(run.movieHandle);
-  run.movieHandle = nullptr;
-  if (run.sidecarOn && timeWriter_.IsOpen()) {
-    timeWriter_.CloseElement("Data");
-    timeWriter_.Close();
+void CDecodeRaw::RunMultiFrameFile(JobRun& run) {
+  RecordingInfo& rec = *run.recording;
+  const std::int32_t total = args_->frameCount;
+  if (OpenOutput(run.mainPath.c_str(), 1, &run.outHandle, run.outputOptions ? &*run.outputOptions : nullptr) == 0)
+    run.outputs.Created(run.mainPath);
+  else
+    run.outputs.Failed(run.mainPath);
+  Report(run, run.shownName, run.rowState, 1);
+  run.reported = true;
+  for (std::int32_t i = 0; i < total; ++i) {
+    if (!WaitAtGate()) break;
+    const std::int32_t frameNumber = OutputFrameNumber(rec, i);
+    std::int32_t movieIndex = MovieIndexOf(run, i);
+    const int result = ConvertFrameSafely(run, run.outHandle, frameNumber, SourceFramePosition(rec, i), run.mainPath, i,
+                                          total, movieIndex, run.movieFrames);
+    WriteSidecarFrame(run, frameNumber);
+    if (result != 0) {
+      // Close the file in good order: this frame once more, as the last of i + 1.
+      if (i < total - 1) ++i;
+      if (movieIndex != -1) run.movieFrames = ++movieIndex + 1;
+      ConvertFrameSafely(run, run.outHandle, frameNumber, i, run.mainPath, i, i + 1, movieIndex, run.movieFrames);
+      WriteSidecarFrame(run, frameNumber);
+      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, run.mainPath);
+      break;
+    }
+    ++run.facts.framesWritten;
+    Report(run, run.shownName, kProgressOnly, i + 1);
   }
-  Report(run, run.shownName, abortFlag_ ? 3 : 2, args_->frameCount);
-  if (run.copyProfile) CopyConfigCompanions(run.outputFolder, run.recordingFolder);
+  if (run.outHandle && CloseOutput(run.outHandle) != 0) run.outputs.Failed(run.mainPath);
+  run.outHandle = nullptr;
+  if (args_->channelsOn && FinishFile(run.mainPath.c_str(), 2, 1) != 0) run.outputs.Failed(run.mainPath);
+}
+
+void CDecodeRaw::RunFrameFiles(JobRun& run) {
+  RecordingInfo& rec = *run.recording;
+  const std::int32_t total = args_->frameCount;
+  const std::string baseName(FieldText(args_->baseName));
+  Report(run, run.shownName, run.rowState, 1);
+  run.reported = true;
+  for (std::int32_t i = 0; i < total; ++i) {
+    if (!WaitAtGate()) break;
+    const std::int32_t frameNumber = OutputFrameNumber(rec, i);
+    // Both ends of the range were checked before the run: every number between fits.
+    const std::string framePath = FrameOutputPath(run.outputFolder, baseName, frameNumber, run.extension).value_or("");
+    FrameHandle handle = nullptr;
+    if (OpenOutput(framePath.c_str(), 1, &handle, run.outputOptions ? &*run.outputOptions : nullptr) == 0)
+      run.outputs.Created(framePath);
+    const std::int32_t movieIndex = MovieIndexOf(run, i);
+    int result = ConvertFrameSafely(run, handle, frameNumber, SourceFramePosition(rec, i), framePath, i, total,
+                                    movieIndex, run.movieFrames);
+    WriteSidecarFrame(run, frameNumber);
+    if (handle && CloseOutput(handle) != 0 && result == 0) result = kFkWriteFailed;
+    if (result == 0 && args_->channelsOn && FinishFile(framePath.c_str(), 2, 1) != 0) result = kFkWriteFailed;
+    if (result != 0) {
+      // The frame's file holds no whole frame: it goes, and the run stops.
+      if (handle) {
+        std::remove(framePath.c_str());
+        run.outputs.Removed(framePath);
+      }
+      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, framePath);
+      break;
+    }
+    ++run.facts.framesWritten;
+    Report(run, std::string(LastComponent(framePath)), kProgressOnly, i + 1);
+  }
+}
+
+void CDecodeRaw::CloseCompanions(JobRun& run) {
+  if (run.movieHandle && CloseOutput(run.movieHandle) != 0) run.outputs.Failed(run.moviePath);
+  run.movieHandle = nullptr;
+  if (timeWriter_.IsOpen()) {
+    timeWriter_.CloseElement("Data");
+    if (!timeWriter_.Close()) {
+      // A sidecar cut by a full disk is no XML any more: it goes; the raw files
+      // it came from stay, so it can be written again.
+      run.outputs.Failed(run.sidecarPath);
+      std::remove(run.sidecarPath.c_str());
+      run.outputs.Removed(run.sidecarPath);
+    }
+  }
+  if (run.copyProfile) {
+    const CompanionCopies copies = CopyConfigCompanions(run.outputFolder, run.recordingFolder);
+    for (const std::string& copied : copies.copied) run.outputs.Created(copied);
+    for (const std::string& failed : copies.failed) run.outputs.Failed(failed);
+  }
+}
+
+void CDecodeRaw::CommonEnd(JobRun& run) {
+  if (run.outHandle) CloseOutput(run.outHandle);  // left open only by an exception
+  run.outHandle = nullptr;
+  CloseCompanions(run);
   logos_[0].Free();
   logos_[1].Free();
   rawFrame_ = {};
@@ -425,7 +527,39 @@ void CDecodeRaw::CommonEnd(JobRun& run) {
   recordings_.Clear();
   imageOps_.Clear();
   rawSource_.Close();
+  const RowStatus status = SettleEnd(run);
   runState_ = RunState::Finished;
+  if (run.reported) Report(run, run.shownName, static_cast<std::int32_t>(status), args_->frameCount);
+}
+
+RowStatus CDecodeRaw::SettleEnd(JobRun& run) {
+  RunFacts& facts = run.facts;
+  facts.aborted = abortFlag_ != 0;
+  if (facts.aborted && statusCode_ == 0) Fail(kMsgAborted, "");
+  if (statusCode_ == 0 && run.outputs.HasFailure()) Fail(kMsgOutputIncomplete, run.outputs.FailedPath());
+  if (statusCode_ == 0 && facts.deleteAsked) {
+    // The raw files may be the only copy: the outputs reach the disk first.
+    const auto unsynced = run.outputs.MakeDurable();
+    facts.outputsOnDisk = !unsynced;
+    if (unsynced) Fail(kMsgOutputIncomplete, *unsynced);
+  }
+  // The presence of every output is the last thing looked at before the
+  // decision, so that nothing that went meanwhile passes unseen.
+  if (statusCode_ == 0)
+    if (const auto missing = run.outputs.FirstMissing()) Fail(kMsgOutputIncomplete, *missing + " (gone)");
+  facts.statusCode = statusCode_;
+  const bool rawFilesGo = RawFilesMayGo(facts, run.outputs);
+  if (!rawFilesGo && statusCode_ == 0)
+    if (const auto missing = run.outputs.FirstMissing()) Fail(kMsgOutputIncomplete, *missing + " (gone)");  // went meanwhile
+  const RowStatus status = facts.aborted ? RowStatus::Abort : statusCode_ != 0 ? RowStatus::Error : RowStatus::Done;
+  if (rawFilesGo) {
+    const std::vector<std::string> kept = DeleteRawFiles(run.recordingFolder);
+    std::string names;
+    for (const std::string& name : kept) names += (names.empty() ? "" : ", ") + name;
+    if (!kept.empty()) Fail(kMsgRawDeleteFailed, run.recordingFolder + ": " + names);  // a warning: still Done
+  }
+  SetFinal(status);
+  return status;
 }
 
 }  // namespace tarnvel

@@ -54,9 +54,11 @@ class CDecodeRaw final : public ConversionJob {
   RunState GetRunState() const override { return runState_.load(); }
   std::int32_t StatusCode() const override { return statusCode_; }
   std::string StatusText() const override { return std::string(FieldText(statusText_)); }
+  RowStatus FinalStatus() const override { return finalStatus_.load(); }
 
-  // The conversion itself: 0 after a run without error, else -1 with the
-  // reason in StatusCode() and StatusText().
+  // The conversion itself: 0 when it ended Done, else -1 with the reason in
+  // StatusCode() and StatusText(). An abort asked for at any time before the
+  // end (also before the start) ends it as Abort.
   int ConvertJob();
 
   // How long a closed pause gate holds a frame before it opens by itself
@@ -92,10 +94,33 @@ class CDecodeRaw final : public ConversionJob {
   // sizes the frame buffers.
   void PlanFrames(JobRun& run);
   void DescribeSource(JobRun& run);
+  // Everything before the first output opens; -1 with the status set when
+  // the job cannot run. Nothing is written before it succeeds.
+  int Prepare(JobRun& run);
+  void SettleOutputSettings(JobRun& run);
+  int OpenSource(JobRun& run);
+  std::string OutputNameProblem(JobRun& run);
+  void PrepareBuffersAndChannels(JobRun& run);
+  // The companion movie, logos and time sidecar; a movie or sidecar that
+  // cannot be made is an output failure, and the job goes on without it.
+  void OpenCompanions(JobRun& run);
   int RunFrames(JobRun& run);
+  void RunMultiFrameFile(JobRun& run);
+  void RunFrameFiles(JobRun& run);
+  // One frame through ConvertFrame; a frame that needs more memory than the
+  // machine gives fails like a refused frame instead of ending the process.
+  int ConvertFrameSafely(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
+                         const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
+                         std::int32_t movieIndex, std::int32_t movieTotal);
   void CommonEnd(JobRun& run);
+  void CloseCompanions(JobRun& run);
+  // The job's final status, decided once, with the deletion of the raw files.
+  RowStatus SettleEnd(JobRun& run);
+  void SetFinal(RowStatus status);
   void LoadBackground();
+  void WriteSidecarHead(JobRun& run);
   void WriteSidecarFrame(JobRun& run, std::int32_t frameNumber);
+  // Waits while paused; false, with status 107, when the job was aborted.
   bool WaitAtGate();
   void Report(const JobRun& run, const std::string& text, std::int32_t state, std::int32_t current);
 
@@ -129,6 +154,7 @@ class CDecodeRaw final : public ConversionJob {
   std::atomic<std::uint32_t> abortFlag_{0};
   void* drawWindow_ = nullptr;
   std::atomic<RunState> runState_{RunState::NotStarted};
+  std::atomic<RowStatus> finalStatus_{RowStatus::Waiting};
   char destFolder_[kPathField] = {};
   JobOverrides overrides_;
   std::chrono::milliseconds pauseTimeout_{480000};

@@ -261,9 +261,12 @@ int CDecodeRaw::WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameI
     ApplyImageChain(imageProcessor_, imageOps_, source);
     shown = source;
   }
-  WriteMovieFrame(plan, run.movieHandle, static_cast<std::uint32_t>(movieIndex), static_cast<std::uint32_t>(movieTotal),
-                  shown, buffers_.Movie());
-  return 0;  // a movie that fails to take a frame does not fail the job
+  // A movie that fails to take a frame does not stop the main output; the job
+  // ends with the movie's failure and keeps the raw files.
+  if (WriteMovieFrame(plan, run.movieHandle, static_cast<std::uint32_t>(movieIndex),
+                      static_cast<std::uint32_t>(movieTotal), shown, buffers_.Movie()) != 0)
+    run.outputs.Failed(run.moviePath);
+  return 0;
 }
 
 }  // namespace tarnvel

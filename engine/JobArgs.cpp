@@ -29,6 +29,17 @@ class ArgsReader {
     return value;
   }
 
+  // A number that decides what happens to the recording (how many frames,
+  // whether the raw files go): present but not a number is refused rather
+  // than replaced by its default.
+  std::int32_t CheckedInteger(const char* key, std::int32_t defaultValue) {
+    std::int32_t value = 0;
+    const bool present = CgReadProfileString(kArgsSection, key, "", nullptr, 0, path_.c_str());
+    if (CgReadProfileInteger(kArgsSection, key, defaultValue, &value, path_.c_str()) || !present) return value;
+    Refuse(key);
+    return defaultValue;
+  }
+
   // A text that is shown or passed on: cut to its field.
   template <std::size_t N>
   void Text(const char* key, char (&field)[N]) const {
@@ -42,8 +53,7 @@ class ArgsReader {
     CgReadProfileString(kArgsSection, key, "", value, sizeof value, path_.c_str());
     if (CopyText(field, value)) return;
     field[0] = '\0';
-    if (refused_ != nullptr) refused_->emplace_back(key);
-    ok_ = false;
+    Refuse(key);
   }
 
   // The raw text of a list; empty when the key is missing.
@@ -54,6 +64,11 @@ class ArgsReader {
   }
 
  private:
+  void Refuse(const char* key) {
+    if (refused_ != nullptr) refused_->emplace_back(key);
+    ok_ = false;
+  }
+
   std::string path_;
   std::vector<std::string>* refused_;
   bool ok_ = true;
@@ -98,7 +113,7 @@ bool ReadJobArgs(std::string_view argsPath, JobArgs& a, std::vector<std::string>
   if (refusedKeys != nullptr) refusedKeys->clear();
   ArgsReader in(argsPath, refusedKeys);
   in.PathText("Arg02", a.baseName);
-  a.frameCount = in.Integer("Arg03", 0);
+  a.frameCount = in.CheckedInteger("Arg03", 0);
   a.resetNumbering = in.Integer("Arg04", 0);
   a.overlayFlags = static_cast<std::uint32_t>(in.Integer("Arg05", 0));
   in.Text("Arg06", a.overlayFont);
@@ -117,7 +132,7 @@ bool ReadJobArgs(std::string_view argsPath, JobArgs& a, std::vector<std::string>
   a.timeFormat = in.Integer("Arg23", 6);
   a.temperature = in.Integer("Arg24", 0);
   a.temperatureUnit = in.Integer("Arg25", 0);
-  a.deleteRaw = in.Integer("Arg26", 1);
+  a.deleteRaw = in.CheckedInteger("Arg26", 1);
   a.jpegQuality = in.Integer("Arg27", 10000);
   a.movCodec = in.Integer("Arg28", 1);
   a.channelDecimals = in.Integer("Arg29", 3);
@@ -146,6 +161,10 @@ bool ReadJobArgs(std::string_view argsPath, JobArgs& a, std::vector<std::string>
   in.PathText("Arg52", a.backgroundPath);
   a.mptCodec = in.Integer("Arg53", 0);
   return in.ok();
+}
+
+const char* RefusalReason(std::string_view key) {
+  return key == "Arg03" || key == "Arg26" ? "is not a number" : "is longer than its field";
 }
 
 std::int32_t PlotRows(const JobArgs& args) { return args.plotHeight == 0 ? 256 : args.plotHeight; }

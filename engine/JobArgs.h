@@ -71,9 +71,14 @@ struct JobArgs {
 // Clears `args` and fills it from the file; a missing file, section or key
 // gives the key's default. Texts that don't fit their field are cut, except
 // those that become paths (Arg02, Arg18, Arg22, Arg32, Arg50, Arg52): such a
-// value is refused, its field left empty, and the result is false with the
-// refused keys in `refusedKeys`.
+// value is refused, its field left empty. The frame count (Arg03) and the
+// delete flag (Arg26) are refused when present but not a number, and keep
+// their defaults. With any refusal the result is false, with the refused
+// keys in `refusedKeys`.
 bool ReadJobArgs(std::string_view argsPath, JobArgs& args, std::vector<std::string>* refusedKeys = nullptr);
+
+// Why ReadJobArgs refused a key: "is not a number" or "is longer than its field".
+const char* RefusalReason(std::string_view key);
 
 // Rows of the data plot: Arg33, where 0 means 256.
 std::int32_t PlotRows(const JobArgs& args);

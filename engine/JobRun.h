@@ -11,12 +11,24 @@
 #include "engine/FrameMetadata.h"
 #include "engine/FramePlan.h"
 #include "engine/JobOverrides.h"
+#include "engine/OutputLedger.h"
+#include "engine/RawDeletion.h"
 #include "platform/framekit/FrameKit.h"
 #include "recording/RecordingInfo.h"
 
 namespace tarnvel {
 
 struct JobRun {
+  JobRun() = default;
+  JobRun(const JobRun&) = delete;
+  JobRun& operator=(const JobRun&) = delete;
+  // Outputs still open here were left by a run that did not reach its common
+  // end (an exception); closing them keeps what they hold readable.
+  ~JobRun() {
+    if (outHandle) CloseOutput(outHandle);
+    if (movieHandle) CloseOutput(movieHandle);
+  }
+
   std::uint32_t startTicks = 0;
   std::unique_ptr<RecordingInfo> recording;
   std::string recordingFolder;
@@ -47,6 +59,12 @@ struct JobRun {
   std::int32_t movieFrames = 0;
   std::int32_t rowState = 1;
   std::string shownName;
+  std::string mainPath;     // the multi-frame file; empty for one file per frame
+  std::string moviePath;    // empty without a companion movie
+  std::string sidecarPath;  // empty without a time sidecar
+  bool reported = false;    // the first report was made: the final one follows
+  RunFacts facts;           // what the run achieved, for the deletion rule
+  OutputLedger outputs;     // every file written
 };
 
 }  // namespace tarnvel

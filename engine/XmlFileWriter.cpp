@@ -7,21 +7,24 @@ CXmlFileWriter::~CXmlFileWriter() { Close(); }
 bool CXmlFileWriter::Open(const char* path) {
   Close();
   indent_.clear();
-  file_ = path ? std::fopen(path, "w") : nullptr;
+  failed_ = false;
+  file_ = path ? std::fopen(path, "we") : nullptr;
   return file_ != nullptr;
 }
 
 bool CXmlFileWriter::Close() {
-  if (file_) std::fclose(file_);
+  if (!file_) return true;
+  const bool flushed = std::fflush(file_) == 0 && !std::ferror(file_);
+  const bool closed = std::fclose(file_) == 0;
   file_ = nullptr;
-  return true;
+  return !failed_ && flushed && closed;
 }
 
 void CXmlFileWriter::Line(std::string_view text) {
   if (!file_) return;  // a writer whose open failed writes nothing
-  std::fwrite(indent_.data(), 1, indent_.size(), file_);
-  std::fwrite(text.data(), 1, text.size(), file_);
-  std::fputc('\n', file_);
+  if (std::fwrite(indent_.data(), 1, indent_.size(), file_) != indent_.size() ||
+      std::fwrite(text.data(), 1, text.size(), file_) != text.size() || std::fputc('\n', file_) == EOF)
+    failed_ = true;
 }
 
 void CXmlFileWriter::OpenElement(std::string_view name) {

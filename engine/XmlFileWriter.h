@@ -19,7 +19,8 @@ class CXmlFileWriter {
 
   // Clears the indentation and opens the file for writing; true when open.
   bool Open(const char* path);
-  // Closes the file if open. Always true.
+  // Closes the file if open. True when everything written since the open
+  // reached the file (a full disk shows here), or when nothing was open.
   bool Close();
   bool IsOpen() const { return file_ != nullptr; }
 
@@ -33,6 +34,7 @@ class CXmlFileWriter {
 
   std::FILE* file_ = nullptr;
   std::string indent_;
+  bool failed_ = false;  // a write since the open failed
 };
 
 }  // namespace tarnvel

@@ -66,6 +66,8 @@ constexpr auto kIdentity = [](std::uint32_t v) { return v; };
 
 // One conversion: source depth `si` in layout `from` to target depth `ti`,
 // bit range `r`, over `pixels` pixels.
+// The functions below copy its fields into named locals: their lambdas capture
+// them, which clang before 16 does not allow for a structured binding.
 struct Conversion {
   PixelLayout from;
   int si, ti, r;
@@ -75,7 +77,11 @@ struct Conversion {
 };
 
 void ToGrey8(const Conversion& c) {
-  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const PixelLayout from = c.from;
+  const int si = c.si, r = c.r;
+  const std::size_t pixels = c.pixels;
+  const std::uint8_t* const src = c.src;
+  std::uint8_t* const dst = c.dst;
   switch (from) {
     case PixelLayout::Grey8: MapValues<u8, u8, 1, 1>(src, dst, pixels, kIdentity); return;
     case PixelLayout::Grey16:
@@ -92,7 +98,11 @@ void ToGrey8(const Conversion& c) {
 }
 
 void ToColour8(const Conversion& c) {
-  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const PixelLayout from = c.from;
+  const int si = c.si, ti = c.ti, r = c.r;
+  const std::size_t pixels = c.pixels;
+  const std::uint8_t* const src = c.src;
+  std::uint8_t* const dst = c.dst;
   const int tc = ti / 3;  // 8 at depth 24, fewer below
   switch (from) {
     case PixelLayout::Grey8:
@@ -112,7 +122,11 @@ void ToColour8(const Conversion& c) {
 }
 
 void ToColour16(const Conversion& c) {
-  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const PixelLayout from = c.from;
+  const int si = c.si, ti = c.ti, r = c.r;
+  const std::size_t pixels = c.pixels;
+  const std::uint8_t* const src = c.src;
+  std::uint8_t* const dst = c.dst;
   const int tc = std::min(ti / 3, 16);
   switch (from) {
     case PixelLayout::Grey8:
@@ -136,7 +150,11 @@ void ToColour16(const Conversion& c) {
 // Grey of 9 to 16 bits. A colour source becomes grey at its own channel
 // depth first and then follows the grey rows.
 void ToGrey16(const Conversion& c) {
-  const auto [from, si, ti, r, pixels, src, dst] = c;
+  const PixelLayout from = c.from;
+  const int si = c.si, ti = c.ti, r = c.r;
+  const std::size_t pixels = c.pixels;
+  const std::uint8_t* const src = c.src;
+  std::uint8_t* const dst = c.dst;
   auto greyRows = [&](int sourceBits, auto&& run) {
     if (sourceBits >= ti) WithShift(sourceBits - ti - r, Mask(static_cast<std::uint32_t>(ti)), run);
     else WithLeftShift(ti - sourceBits, run);

@@ -249,23 +249,24 @@ int ReadRecordingConfig(std::string_view folder, RecordingInfo& record) {
   return 1;
 }
 
-int CopyConfigCompanions(std::string_view destinationFolder, std::string_view recordingFolder) {
+CompanionCopies CopyConfigCompanions(std::string_view destinationFolder, std::string_view recordingFolder) {
   namespace fs = std::filesystem;
-  int copied = 0;
+  CompanionCopies result;
   for (const char* name : {kConfigProfileName, "_config.mme", "_config.mii"}) {
-    const fs::path source = JoinPath(recordingFolder, name);
-    const fs::path target = JoinPath(destinationFolder, name);
+    const std::string source = JoinPath(recordingFolder, name);
+    const std::string target = JoinPath(destinationFolder, name);
     std::error_code ec;
-    if (fs::exists(target, ec) || ec) continue;
     if (!fs::is_regular_file(source, ec)) continue;
+    if (fs::exists(target, ec)) continue;
     // skip_existing never replaces a file that appeared meanwhile.
-    if (fs::copy_file(source, target, fs::copy_options::skip_existing, ec)) {
-      ++copied;
+    if (!ec && fs::copy_file(source, target, fs::copy_options::skip_existing, ec)) {
+      result.copied.push_back(target);
     } else if (ec) {
       fs::remove(target, ec);
+      result.failed.push_back(target);
     }
   }
-  return copied;
+  return result;
 }
 
 }  // namespace tarnvel

@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "recording/RecordingInfo.h"
 
@@ -35,8 +36,13 @@ void ReadRecordingHeaderFields(std::string_view folder, RecordingInfo& record);
 
 // Copies `_config.pgv`, `_config.mme` and `_config.mii` from the recording
 // folder into the destination folder, each only when the destination does not
-// hold that file yet. A missing source or a failed copy is passed over; a
-// failed copy leaves no partial file behind. Returns how many files were copied.
-int CopyConfigCompanions(std::string_view destinationFolder, std::string_view recordingFolder);
+// hold that file yet. A missing source is passed over; a copy that fails
+// (a full disk, a missing folder) leaves no partial file behind and is
+// named in `failed`.
+struct CompanionCopies {
+  std::vector<std::string> copied;  // paths of the copies made
+  std::vector<std::string> failed;  // paths of the copies that could not be made
+};
+CompanionCopies CopyConfigCompanions(std::string_view destinationFolder, std::string_view recordingFolder);
 
 }  // namespace tarnvel

@@ -29,3 +29,12 @@ for t in "${threaded[@]}"; do
     "$exe" --gtest_brief=1
   fi
 done
+
+# Whole argument files fuzzed into real jobs for a short while (clang,
+# libFuzzer, ASan and UBSan); only the fuzz target and what it links are built.
+echo "== fuzz"
+"$root/scripts/build.sh" fuzz --target fuzz_job_args
+found=$(mktemp -d)
+trap 'rm -rf "$found"' EXIT
+LSAN_OPTIONS="suppressions=$root/tests/lsan.supp" "$root/build/fuzz/tests/fuzz/fuzz_job_args" -max_total_time="${TARNVEL_FUZZ_SECONDS:-30}" -timeout=20 \
+  -dict="$root/tests/fuzz/args.dict" -print_final_stats=1 "$found" "$root/tests/fuzz/corpus/args" 2>&1 | grep -v '# Uses:' | tail -n 20

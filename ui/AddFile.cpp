@@ -33,11 +33,13 @@ bool AddEntryJob(Scheduler& scheduler, FrontEnd& frontEnd, const BatchFile& batc
   return true;
 }
 
-void AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file) {
+AddOutcome AddBatch(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& file) {
   const std::optional<BatchFile> batch = ReadBatchFile(file);
-  if (!batch || !MakeBatchDestination(frontEnd, *batch)) return;
+  if (!batch) return AddOutcome::NotABatchFile;
+  if (!MakeBatchDestination(frontEnd, *batch)) return AddOutcome::Refused;
   for (const BatchEntry& entry : batch->entries) AddEntryJob(scheduler, frontEnd, *batch, entry);
   scheduler.WakeUp();
+  return AddOutcome::Added;
 }
 
 }  // namespace
@@ -62,23 +64,21 @@ JobOverrides AddFileOverrides() {
   return overrides;
 }
 
-void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
-             const OptionsChooser& chooseOptions, const std::string& destination) {
-  if (IsBatchPath(path)) {
-    AddBatch(scheduler, frontEnd, path);
-    return;
-  }
-  if (!FitsJobPath(frontEnd, path)) return;
+AddOutcome AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
+                   const OptionsChooser& chooseOptions, const std::string& destination) {
+  if (IsBatchPath(path)) return AddBatch(scheduler, frontEnd, path);
+  if (!FitsJobPath(frontEnd, path)) return AddOutcome::Refused;
   const char* folder = destination.empty() ? nullptr : destination.c_str();
   JobOverrides overrides = AddFileOverrides();
   if (showOptions && chooseOptions) {
-    if (!chooseOptions(path, overrides)) return;
+    if (!chooseOptions(path, overrides)) return AddOutcome::Refused;
     scheduler.AddJob(path, &overrides, folder, false);
   } else {
     // Without options the job keeps its own settings; a destination still counts.
     scheduler.AddJob(path, folder ? &overrides : nullptr, folder, false);
   }
   scheduler.WakeUp();
+  return AddOutcome::Added;
 }
 
 EntryAdded AddBatchEntry(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& batchPath, std::int32_t number) {

@@ -19,14 +19,21 @@ namespace tarnvel {
 // never ask.
 using OptionsChooser = std::function<bool(const std::string& argsPath, JobOverrides& overrides)>;
 
+enum class AddOutcome {
+  Added,          // the job, or the batch's entries, are in the list
+  Refused,        // nothing added; the reason was shown (33, 1062) or the user cancelled
+  NotABatchFile,  // a ".bat" path whose signature is wrong: nothing added, nothing shown
+};
+
 // Adds the jobs of `path` and wakes the scheduler. A batch file with a wrong
-// signature adds nothing and wakes nothing; a destination folder that cannot
-// be made shows message 33 and adds nothing. Batch entries show in lower case
-// in the list, while the job opens the path as written. A path that would not
-// fit a job's 260-character field is refused with message 1062. A job file
-// writes into `destination` when one is given (a batch names its own).
-void AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
-             const OptionsChooser& chooseOptions = nullptr, const std::string& destination = {});
+// signature adds nothing and wakes nothing; the desktop stays silent then,
+// the headless converter says so. A destination folder that cannot be made
+// shows message 33 and adds nothing. Batch entries show in lower case in the
+// list, while the job opens the path as written. A path that would not fit a
+// job's 260-character field is refused with message 1062. A job file writes
+// into `destination` when one is given (a batch names its own).
+AddOutcome AddFile(Scheduler& scheduler, FrontEnd& frontEnd, const std::string& path, bool showOptions,
+                   const OptionsChooser& chooseOptions = nullptr, const std::string& destination = {});
 
 // The job of one entry of a batch file, added exactly as AddFile adds it
 // among the others: the destination made first (message 33 when it cannot

@@ -46,7 +46,8 @@ void ConsoleFrontEnd::RowChanged(std::uint32_t rowIndex) {
   Seen& seen = seen_[rowIndex];
   const std::string& status = row.cells[kStatusColumn];
   const bool statusChanged = status != seen.status;
-  if (statusChanged && status.rfind("Converting", 0) == 0) seen.started = std::chrono::steady_clock::now();
+  const bool converting = row.status == RowStatus::Converting || row.status == RowStatus::ConvertingWithMovie;
+  if (statusChanged && converting) seen.started = std::chrono::steady_clock::now();
   std::int32_t done = 0, total = 0;
   const bool counted = Counts(row.cells[kImagesColumn], &done, &total);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - seen.started).count();
@@ -54,7 +55,7 @@ void ConsoleFrontEnd::RowChanged(std::uint32_t rowIndex) {
   if (terminal_) {
     std::string line = "job " + std::to_string(rowIndex + 1) + " " + name + "  " + status;
     if (counted) line += "  " + Bar(done, total, 24) + " " + row.cells[kImagesColumn] + " " + row.cells[kProgressColumn] + "  " + RateAndTimeLeft(done, total, seconds);
-    const bool ended = status == "Done" || status == "Abort" || status == "Error";
+    const bool ended = IsFinal(row.status);
     std::fprintf(out_, "\r\033[K%s%s", line.c_str(), ended ? "\n" : "");
     lineOpen_ = !ended;
   } else {

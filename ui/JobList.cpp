@@ -68,15 +68,17 @@ std::uint32_t JobList::AddRow(std::string_view path) {
 
 void JobList::SetRowStatus(std::uint32_t row, std::string_view text, std::uint32_t startTicks,
                            std::int32_t state, std::int32_t current, std::int32_t total) {
+  if (state < 0 || state > static_cast<std::int32_t>(RowStatus::ConvertingWithMovie)) return;
+  const auto status = static_cast<RowStatus>(state);
   {
     std::lock_guard lock(mutex_);
     if (row >= rows_.size()) return;  // cleared meanwhile
     JobRow& r = rows_[row];
+    if (IsFinal(r.status)) return;  // a job ends once
+    r.status = status;
     r.image = StatusImage(state);
     r.cells[kStatusColumn] = StatusText(state);
-    const bool ended = state == static_cast<std::int32_t>(RowStatus::Abort) ||
-                       state == static_cast<std::int32_t>(RowStatus::Error);
-    if (ended) {
+    if (status == RowStatus::Abort || status == RowStatus::Error) {
       r.cells[kFileColumn] = r.cells[kImagesColumn] = r.cells[kTimeColumn] = r.cells[kProgressColumn] = "-";
     } else {
       r.cells[kFileColumn] = text;
@@ -90,7 +92,7 @@ void JobList::SetRowProgress(std::uint32_t row, std::uint32_t startTicks, std::i
                              std::int32_t total) {
   {
     std::lock_guard lock(mutex_);
-    if (row >= rows_.size()) return;
+    if (row >= rows_.size() || IsFinal(rows_[row].status)) return;
     FillCounts(rows_[row], startTicks, current, total);
   }
   Changed(row);

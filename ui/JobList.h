@@ -9,16 +9,16 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/ConversionJob.h"
 #include "ui/FrontEnd.h"
 
 namespace tarnvel {
-
-enum class RowStatus : std::int32_t { Waiting = 0, Converting = 1, Done = 2, Abort = 3, Error = 4, ConvertingWithMovie = 5 };
 
 // Column order: Folder, File, Status, Images, Time, Progress.
 enum Column : std::size_t { kFolderColumn, kFileColumn, kStatusColumn, kImagesColumn, kTimeColumn, kProgressColumn };
 
 struct JobRow {
+  RowStatus status = RowStatus::Waiting;
   std::array<std::string, 6> cells;
   std::int32_t image = 0;
   std::string path;  // the row's own copy of the job's path; outlives the job
@@ -43,8 +43,11 @@ class JobList {
 
   // Appends a "Waiting" row for the path and returns its number.
   std::uint32_t AddRow(std::string_view path);
+  // A row that shows a final status (Done, Abort, Error) keeps it: later
+  // status changes and progress of that row are passed over.
   void SetRowStatus(std::uint32_t row, std::string_view text, std::uint32_t startTicks, std::int32_t state,
                     std::int32_t current, std::int32_t total);
+  void SetRowStatus(std::uint32_t row, RowStatus status) { SetRowStatus(row, "", 0, static_cast<std::int32_t>(status), 1, 1); }
   void SetRowProgress(std::uint32_t row, std::uint32_t startTicks, std::int32_t current, std::int32_t total);
   // Clear List: all rows go; numbers start again at 0.
   void Clear();

@@ -6,6 +6,7 @@
 
 #include "platform/cordage/Messages.h"
 #include "platform/threads/Event.h"
+#include "ui/Settings.h"
 
 namespace tarnvel {
 
@@ -36,7 +37,7 @@ void Scheduler::AddJob(const std::string& argsPath, const JobOverrides* override
   job->SetReportTarget(nullptr, &Scheduler::OnJobReport, this);
   if (overrides) job->SetOverrides(destFolder, *overrides);
   std::lock_guard lock(jobsMutex_);
-  pendingJobs_.push_back(std::move(job));
+  pendingJobs_.push_back({std::move(job), false});
 }
 
 void Scheduler::WakeUp() {
@@ -49,11 +50,13 @@ void Scheduler::WakeUp() {
 
 void Scheduler::ForEachJob(JobAction action) {
   std::lock_guard lock(jobsMutex_);
-  for (auto& job : pendingJobs_) {
+  for (Pending& pending : pendingJobs_) {
     switch (action) {
-      case JobAction::Abort: job->Abort(); break;
-      case JobAction::Pause: job->Pause(); break;
-      case JobAction::Resume: job->Resume(); break;
+      case JobAction::Abort:
+        if (pending.started) pending.job->Abort();
+        break;
+      case JobAction::Pause: pending.job->Pause(); break;
+      case JobAction::Resume: pending.job->Resume(); break;
     }
   }
 }
@@ -61,9 +64,20 @@ void Scheduler::ForEachJob(JobAction action) {
 bool Scheduler::AbortJobs(bool all) {
   const int answer = frontEnd_.ShowMessage(kMsgConfirmAbort, kStyleYesNoQuestion, MessageText(kMsgConfirmAbort));
   if (answer != kAnswerYes) return false;
-  if (all) abortAllFlag_ = 1;
-  ForEachJob(JobAction::Abort);
+  if (all)
+    AbortAll();
+  else
+    ForEachJob(JobAction::Abort);
   return true;
+}
+
+void Scheduler::AbortAll() {
+  // Under the lock that guards every start: no job can start between the
+  // flag and the aborts.
+  std::lock_guard lock(jobsMutex_);
+  abortAllFlag_ = 1;
+  for (Pending& pending : pendingJobs_)
+    if (pending.started) pending.job->Abort();
 }
 
 bool Scheduler::Close() {
@@ -102,7 +116,7 @@ void Scheduler::HandleSuiteCommand(std::uint32_t command, std::span<const std::u
       if (payload.size() == 8) {
         std::int32_t words[2];
         std::memcpy(words, payload.data(), 8);
-        SetParallel({words[0], words[1]});
+        if (ParallelSettingsValid({words[0], words[1]})) SetParallel({words[0], words[1]});
       }
       break;
     default: break;
@@ -145,18 +159,28 @@ void Scheduler::SetBusy(bool busy) {
   frontEnd_.RunOnMainThread([&] { frontEnd_.SetBusy(busy); });
 }
 
-ConversionJob* Scheduler::Front() {
+ConversionJob* Scheduler::StartNext(std::int32_t running, bool parallel) {
   std::lock_guard lock(jobsMutex_);
-  return pendingJobs_.empty() ? nullptr : pendingJobs_.front().get();
+  const std::int32_t most = std::clamp(parallelMaximum_.load(), 1, kMostParallelJobs);  // whatever the store says
+  if (abortAllFlag_ != 0 || (parallel && running >= most)) return nullptr;
+  for (Pending& pending : pendingJobs_) {
+    if (pending.started) continue;
+    pending.started = true;
+    if (parallel) pending.job->Start(true);  // returns at once; the sequential job runs outside the lock
+    return pending.job.get();
+  }
+  return nullptr;
 }
 
-void Scheduler::RemoveFront() {
-  std::unique_ptr<ConversionJob> job;
-  {
-    std::lock_guard lock(jobsMutex_);
-    job = std::move(pendingJobs_.front());
-    pendingJobs_.pop_front();
-  }
+void Scheduler::Remove(const ConversionJob* job) {
+  std::unique_ptr<ConversionJob> ended;  // deleted outside the lock
+  std::lock_guard lock(jobsMutex_);
+  for (auto it = pendingJobs_.begin(); it != pendingJobs_.end(); ++it)
+    if (it->job.get() == job) {
+      ended = std::move(it->job);
+      pendingJobs_.erase(it);
+      return;
+    }
 }
 
 void Scheduler::ShowJobError(const ConversionJob& job) {
@@ -165,67 +189,71 @@ void Scheduler::ShowJobError(const ConversionJob& job) {
   frontEnd_.ShowMessage(code, StyleOf(code), MessageText(code, argument.c_str()));
 }
 
+void Scheduler::EndJob(const ConversionJob& job) {
+  switch (job.FinalStatus()) {
+    case RowStatus::Done:
+      if (job.StatusCode() != 0) ShowJobError(job);  // a warning of a job that succeeded
+      break;
+    case RowStatus::Abort: list_.SetRowStatus(job.RowIndex(), RowStatus::Abort); break;
+    default:  // Error, or a job that ended without saying how
+      list_.SetRowStatus(job.RowIndex(), RowStatus::Error);
+      if (job.StatusCode() != 0 && job.StatusCode() != kMsgAborted) ShowJobError(job);
+      break;
+  }
+}
+
+void Scheduler::EndNeverStarted() {
+  std::vector<std::unique_ptr<ConversionJob>> ended;
+  {
+    std::lock_guard lock(jobsMutex_);
+    if (abortAllFlag_ == 0) return;
+    for (auto it = pendingJobs_.begin(); it != pendingJobs_.end();) {
+      if (it->started) {
+        ++it;
+        continue;
+      }
+      ended.push_back(std::move(it->job));
+      it = pendingJobs_.erase(it);
+    }
+  }
+  for (const auto& job : ended) list_.SetRowStatus(job->RowIndex(), RowStatus::Abort);
+}
+
 void Scheduler::RunSequential() {
   SetBusy(true);
-  abortAllFlag_ = 0;
-  while (ConversionJob* job = Front()) {
-    if (job->Start(false) == -1) {
-      if (job->AbortRequested()) {
-        if (abortAllFlag_ != 0) break;
-        list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Abort), 1, 1);
-      } else {
-        list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Error), 1, 1);
-        ShowJobError(*job);
-      }
-    }
-    RemoveFront();
+  while (ConversionJob* job = StartNext(0, false)) {
+    job->Start(false);
+    EndJob(*job);
+    Remove(job);
   }
-  // After Abort all: the rest never ran.
-  while (ConversionJob* job = Front()) {
-    list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Abort), 1, 1);
-    RemoveFront();
-  }
+  EndNeverStarted();
+  abortAllFlag_ = 0;  // Abort all ends this pass only
   SetBusy(false);
 }
 
 void Scheduler::RunParallel() {
   SetBusy(true);
   std::int32_t running = 0;
-  std::vector<ConversionJob*> round;
-  auto snapshot = [&] {
-    std::lock_guard lock(jobsMutex_);
-    round.clear();
-    for (auto& job : pendingJobs_) round.push_back(job.get());
-  };
-  for (snapshot(); !round.empty(); snapshot()) {
-    for (ConversionJob* job : round)
-      if (job->GetRunState() == RunState::NotStarted && running < parallelMaximum_) {
-        job->Start(true);
-        ++running;
+  std::vector<ConversionJob*> started;
+  for (;;) {
+    while (ConversionJob* job = StartNext(running, true)) {
+      started.push_back(job);
+      ++running;
+    }
+    EndNeverStarted();
+    if (started.empty()) break;
+    for (auto it = started.begin(); it != started.end();) {
+      if ((*it)->WaitDone(timing_.reapWait) == 0) {
+        ++it;
+        continue;
       }
-    for (ConversionJob* job : round) {
-      if (job->GetRunState() == RunState::NotStarted || job->WaitDone(timing_.reapWait) == 0) continue;
-      // A job that failed in a parallel pass ends as it would in a sequential
-      // one: its row shows Abort or Error, and its message is shown.
-      if (job->StatusCode() != 0 && job->StatusCode() != kMsgAborted) {
-        list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Error), 1, 1);
-        ShowJobError(*job);
-      } else if (job->AbortRequested()) {
-        list_.SetRowStatus(job->RowIndex(), "", 0, static_cast<std::int32_t>(RowStatus::Abort), 1, 1);
-      }
-      std::unique_ptr<ConversionJob> ended;
-      {
-        std::lock_guard lock(jobsMutex_);
-        for (auto it = pendingJobs_.begin(); it != pendingJobs_.end(); ++it)
-          if (it->get() == job) {
-            ended = std::move(*it);
-            pendingJobs_.erase(it);
-            break;
-          }
-      }
-      if (running > 0) --running;
+      EndJob(**it);
+      Remove(*it);
+      it = started.erase(it);
+      --running;
     }
   }
+  abortAllFlag_ = 0;
   SetBusy(false);
 }
 

@@ -53,15 +53,21 @@ class Scheduler {
               bool sentBySuite, const std::string& rowPath = {});
   // Resumes the scheduler thread; a wake-up during a pass is never lost.
   void WakeUp();
+  // Pause and resume reach every job; an abort reaches the jobs that have
+  // started, since one that has not would run normally anyway.
   void ForEachJob(JobAction action);
 
   // Abort or Abort all: asks message 1061 first; true when the user said yes.
   bool AbortJobs(bool all);
+  // Abort all without asking (a termination request): the running jobs end
+  // with Abort, and no job that waits starts any more in this pass.
+  void AbortAll();
   // The close operation: with jobs pending only hides and returns false; with
   // none stops the thread and returns true.
   bool Close();
 
   // A suite command with its payload; the caller answers 1 in every case.
+  // Parallel settings outside what the Options dialog offers are ignored.
   void HandleSuiteCommand(std::uint32_t command, std::span<const std::uint8_t> payload);
 
   ParallelSettings Parallel() const { return {parallelEnabled_.load(), parallelMaximum_.load()}; }
@@ -74,13 +80,24 @@ class Scheduler {
                           std::int32_t state, std::int32_t current, std::int32_t total);
 
  private:
+  struct Pending {
+    std::unique_ptr<ConversionJob> job;
+    bool started = false;  // set under the lock, before the job starts
+  };
+
   void ThreadMain();
   void RunSequential();
   void RunParallel();
   void SetBusy(bool busy);
   void ShowJobError(const ConversionJob& job);
-  ConversionJob* Front();
-  void RemoveFront();
+  // The oldest job that has not started, marked started, unless Abort all
+  // stands or (parallel) `running` has reached the maximum; null otherwise.
+  ConversionJob* StartNext(std::int32_t running, bool parallel);
+  // The row of an ended job takes its final status; errors and warnings are shown.
+  void EndJob(const ConversionJob& job);
+  void Remove(const ConversionJob* job);
+  // After Abort all: the jobs that never started end as "Abort"; the flag is spent.
+  void EndNeverStarted();
 
   JobList& list_;
   FrontEnd& frontEnd_;
@@ -88,7 +105,7 @@ class Scheduler {
   Timing timing_;
 
   mutable std::mutex jobsMutex_;  // PendingJobs, and every use of a job by another thread
-  std::list<std::unique_ptr<ConversionJob>> pendingJobs_;
+  std::list<Pending> pendingJobs_;
 
   std::mutex wakeMutex_;
   std::condition_variable wakeSignal_;

@@ -30,8 +30,13 @@ ParallelSettings ReadParallelSettings() {
   if (!key) return settings;
   if (auto v = key->ReadWord("MultiThreadRawConversion")) settings.enabled = static_cast<std::int32_t>(*v);
   if (auto v = key->ReadWord("MultiThreadMaxRawFiles")) settings.maximum = static_cast<std::int32_t>(*v);
-  if (settings.maximum < 2) settings.maximum = 2;
+  if (settings.maximum < kFewestParallelJobs) settings.maximum = kFewestParallelJobs;
   return settings;
+}
+
+bool ParallelSettingsValid(const ParallelSettings& settings) {
+  return (settings.enabled == 0 || settings.enabled == 1) && settings.maximum >= kFewestParallelJobs &&
+         settings.maximum <= kMostParallelJobs;
 }
 
 bool WriteParallelSettings(const ParallelSettings& settings) {

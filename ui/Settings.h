@@ -22,7 +22,13 @@ std::int32_t ReadLanguageId();
 // it holds "UseJumboPackets" (the sign that it was migrated), else the older key.
 std::optional<RegistryKey> OpenSettingsKey();
 
-// Enabled 0 and maximum 4 unless stored; a maximum below 2 reads as 2.
+// The values the Options dialog offers: enabled 0 or 1, maximum 2 to 12.
+constexpr std::int32_t kFewestParallelJobs = 2;
+constexpr std::int32_t kMostParallelJobs = 12;
+bool ParallelSettingsValid(const ParallelSettings& settings);
+
+// Enabled 0 and maximum 4 unless stored; a maximum below 2 reads as 2. The
+// scheduler never runs more than 12 jobs at once, whatever is stored.
 ParallelSettings ReadParallelSettings();
 
 // Always into the current key; nothing happens when it does not exist.

@@ -7,6 +7,7 @@
 
 #include "engine/OutputNaming.h"
 #include "platform/cordage/TextField.h"
+#include "platform/cordage/Messages.h"
 #include "ui/AddFile.h"
 #include "ui/ClusterBatch.h"
 #include "ui/CodecChoice.h"
@@ -408,7 +409,10 @@ std::string AddCliJobs(Scheduler& scheduler, FrontEnd& frontEnd, const CliArgume
       overrides = *chosen[i];
       return true;
     };
-    AddFile(scheduler, frontEnd, arguments.paths[i], chosen[i].has_value(), take, arguments.destination);
+    const std::string& path = arguments.paths[i];
+    // The desktop passes a wrong batch file over in silence; here it is named.
+    if (AddFile(scheduler, frontEnd, path, chosen[i].has_value(), take, arguments.destination) == AddOutcome::NotABatchFile)
+      frontEnd.ShowMessage(kMsgNotABatchFile, StyleOf(kMsgNotABatchFile), MessageText(kMsgNotABatchFile, path.c_str()));
   }
   return "";
 }

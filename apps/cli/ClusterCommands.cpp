@@ -144,12 +144,13 @@ void PrintEntryEnd(std::FILE* out, const std::string& batchPath, std::int32_t en
   } else if (added == EntryAdded::NoSuchEntry) {
     end.text = "the batch " + batchPath + " has no entry " + std::to_string(entry);
   } else {
-    const std::string status = list.RowCount() > 0 ? list.Row(0).cells[kStatusColumn] : std::string();
+    const RowStatus status = list.RowCount() > 0 ? list.Row(0).status : RowStatus::Error;
+    const std::string shown = StatusText(static_cast<std::int32_t>(status));
     const auto problem = console.LastProblem();
-    if (status == StatusText(static_cast<std::int32_t>(RowStatus::Done))) {
-      end.state = status;
-    } else if (status == StatusText(static_cast<std::int32_t>(RowStatus::Abort))) {
-      end = {entry, status, kMsgAborted, MessageText(kMsgAborted)};
+    if (status == RowStatus::Done) {
+      end.state = shown;
+    } else if (status == RowStatus::Abort) {
+      end = {entry, shown, kMsgAborted, MessageText(kMsgAborted)};
     } else if (problem) {
       end.message = problem->number;
       end.text = problem->text;

@@ -49,9 +49,10 @@ void DrawOverlayText(ImageView frame, std::int32_t position, std::string_view fo
   canvas.Fill(0, 0, p.canvasWidth, p.canvasHeight, transparent ? 0 : ColorAt(backColor));
   canvas.DrawCentredText(font, text, color, 0, 0, p.canvasWidth, p.canvasHeight);
   const auto pixels = canvas.Bgr24();
+  if (pixels.empty()) return;  // a text too large for any canvas is not drawn
   BlendBitmap(frame, position, transparent, p.margin + offset, p.margin, 0,
-              PackedView(pixels.data(), static_cast<std::uint32_t>(p.canvasWidth),
-                         static_cast<std::uint32_t>(p.canvasHeight), 24),
+              PackedView(pixels.data(), static_cast<std::uint32_t>(canvas.Width()),
+                         static_cast<std::uint32_t>(canvas.Height()), 24),
               nullptr);
 }
 

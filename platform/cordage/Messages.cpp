@@ -14,11 +14,17 @@ TextTable& Texts() {
       {kMsgArgsFolderMissing, "The folder %s of the argument file does not exist."},
       {kMsgProfileUnreadable, "The recording's profile _config.pgv cannot be read: this folder holds no recording."},
       {kMsgRawOpenFailed, "The raw files of the recording in %s cannot be opened."},
+      {kMsgJobSettingsUnusable, "This job cannot run as its settings stand: %s. Nothing was converted; the raw files were kept."},
+      {kMsgOutputIncomplete, "The output %s could not be written completely; the raw files were kept."},
+      {kMsgSocketUnusable, "The suite's command socket cannot be used: %s."},
+      {kMsgOutOfMemory, "There is not enough memory for this job (%s); its outputs were closed and the raw files kept."},
       {kMsgFrameFailedNegative, "A frame could not be read or written (%s); the output was closed."},
       {kMsgAborted, "The conversion was aborted."},
       {kMsgFrameFailedPositive, "A frame was refused by the source or the output file %s."},
       {kMsgConfirmAbort, "Do you really want to abort the conversion?"},
       {kMsgPathTooLong, "The path %s is too long for a job; it was not added."},
+      {kMsgRawDeleteFailed, "The conversion succeeded, but these raw files could not be deleted: %s."},
+      {kMsgNotABatchFile, "%s is not a batch file of the suite (its signature is missing or wrong); no job was added."},
   });
   return texts;
 }

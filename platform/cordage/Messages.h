@@ -26,11 +26,17 @@ constexpr int kMsgOutputFolderFailed = 33;
 constexpr int kMsgArgsFolderMissing = 88;
 constexpr int kMsgProfileUnreadable = 89;
 constexpr int kMsgRawOpenFailed = 90;
+constexpr int kMsgJobSettingsUnusable = 91;  // not an argument file, or a value out of range
+constexpr int kMsgOutputIncomplete = 92;     // an output failed, or is gone, at the job's end
+constexpr int kMsgSocketUnusable = 93;       // the suite's command socket cannot be made safe
+constexpr int kMsgOutOfMemory = 94;
 constexpr int kMsgFrameFailedNegative = 101;
 constexpr int kMsgAborted = 107;
 constexpr int kMsgFrameFailedPositive = 138;
 constexpr int kMsgConfirmAbort = 1061;
 constexpr int kMsgPathTooLong = 1062;
+constexpr int kMsgRawDeleteFailed = 1063;  // a job that ended Done could not delete all its raw files
+constexpr int kMsgNotABatchFile = 1064;
 
 enum class Severity { Error, Warning, Information };
 Severity SeverityOf(int number);

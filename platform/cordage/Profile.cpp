@@ -143,6 +143,11 @@ bool CgReadProfileString(const char* section, const char* key, const char* defau
   return found.value != nullptr;
 }
 
+bool CgProfileHasSection(const char* section, const char* path) {
+  const std::shared_ptr<const Parsed> file = Cache().Get(path);
+  return file && section != nullptr && file->contains(Lower(section));
+}
+
 bool CgReadProfileInteger(const char* section, const char* key, std::int32_t defaultValue,
                           std::uint32_t* out, const char* path) {
   Found found = Lookup(section, key, path);

@@ -37,6 +37,10 @@ bool CgReadProfileInteger(const char* section, const char* key, std::int32_t def
 bool CgReadProfileInteger(const char* section, const char* key, std::int32_t defaultValue,
                           std::uint32_t* out, const char* path);
 
+// Whether the file can be read as a profile and holds the section (an empty
+// section counts).
+bool CgProfileHasSection(const char* section, const char* path);
+
 // Stores the value as a single float ("%.15f" as the suite writes it). A value
 // that is not a finite number takes the default.
 bool CgReadProfileFloat(const char* section, const char* key, float defaultValue, float* out,

@@ -104,6 +104,13 @@ TextExtent Font::Measure(std::string_view text) const {
 
 Canvas::Canvas(int width, int height) : width_(std::max(width, 0)), height_(std::max(height, 0)) {
   surface_ = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width_, height_);
+  if (cairo_surface_status(surface_) != CAIRO_STATUS_SUCCESS) {
+    // Larger than Cairo draws (32,767 a side) or than memory holds: an empty
+    // canvas, on which every drawing is a no-op and which gives no pixels.
+    cairo_surface_destroy(surface_);
+    width_ = height_ = 0;
+    surface_ = cairo_image_surface_create(CAIRO_FORMAT_RGB24, 0, 0);
+  }
   cr_ = cairo_create(surface_);
   cairo_set_antialias(cr_, CAIRO_ANTIALIAS_NONE);
   Fill(0, 0, width_, height_, 0);

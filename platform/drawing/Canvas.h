@@ -71,6 +71,8 @@ struct Rect {
 // one pixel wide, so that every drawn pixel carries its colour exactly.
 class Canvas {
  public:
+  // A canvas Cairo cannot make (a side above 32,767, too little memory) is
+  // empty: Width() and Height() are 0 and Bgr24() gives no pixels.
   Canvas(int width, int height);
   ~Canvas();
   Canvas(const Canvas&) = delete;

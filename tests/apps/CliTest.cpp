@@ -356,5 +356,115 @@ TEST(Cli, UsageAndNothingToConvert) {
   EXPECT_NE(output.find("error 88"), std::string::npos) << output;
 }
 
+// The natural mistakes with an argument file, on every way in: the folder
+// instead of its args.ini, on the command line, in a batch and through the
+// suite's socket. Each ends with message 91 and the raw files stay; a batch
+// file without its signature is named, not passed over in silence.
+TEST(Cli, ArgumentFileMistakesOnEveryWayInKeepTheRawFiles) {
+  test::TempDir dir;
+  recgen::RecordingOptions o = Recording(dir, "rec", 32, 24, 4, "kept");
+  o.deleteRaw = 1;
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  const std::string before = test::RawFilesFingerprint(o.folder);
+  const std::string env = "TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " ";
+  std::string output;
+  EXPECT_EQ(test::RunCommand(env + Cli() + " " + o.folder + "/", &output), 1) << output;
+  EXPECT_NE(output.find("error 91: "), std::string::npos) << output;
+  EXPECT_NE(output.find("is a folder"), std::string::npos) << output;
+  test::WriteFile(dir.path() / "jobs.bat", "[List]\r\nSignature=OKN Fathom Bureau Raw Batch File V 1.00\r\nCount=1\r\nFile_000=" +
+                                             o.folder + "\r\n");
+  output.clear();
+  EXPECT_EQ(test::RunCommand(env + Cli() + " " + dir.File("jobs.bat"), &output), 1) << output;
+  EXPECT_NE(output.find("error 91: "), std::string::npos) << output;
+  test::WriteFile(dir.path() / "wrong.bat", "[List]\r\nSignature=something else\r\nCount=1\r\nFile_000=" + o.folder + "\r\n");
+  output.clear();
+  EXPECT_EQ(test::RunCommand(env + Cli() + " " + dir.File("wrong.bat"), &output), 1) << output;
+  EXPECT_NE(output.find("warning 1064: " + dir.File("wrong.bat")), std::string::npos) << output;
+
+  const std::string socket = dir.File("s.sock");
+  const std::string send = (test::BinaryDir() / "apps/tarnvel-send").string() + " --socket " + socket;
+  const std::string script =
+      "TARNVEL_SOCKET=" + socket + " " + env + Cli() + " --listen > " + dir.File("log") + " 2>&1 & pid=$!\n"
+      "for i in $(seq 100); do [ -S " + socket + " ] && break; sleep 0.05; done\n" +
+      send + " add " + o.folder + "\n"
+      "for i in $(seq 200); do " + send + " close >/dev/null; kill -0 $pid 2>/dev/null || break; sleep 0.05; done\n"
+      "kill -KILL $pid 2>/dev/null; wait $pid\n";
+  test::WriteFile(dir.path() / "run.sh", script);
+  test::RunCommand("sh " + dir.File("run.sh"), &output);
+  EXPECT_NE(test::ReadFile(dir.path() / "log").find("error 91: "), std::string::npos) << test::ReadFile(dir.path() / "log");
+  EXPECT_EQ(test::RawFilesFingerprint(o.folder), before);
+
+  // A socket that others could reach is refused, and --listen ends at once.
+  const std::string open = dir.File("open");
+  fs::create_directory(open);
+  fs::permissions(open, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                            fs::perms::others_read | fs::perms::others_exec);
+  output.clear();
+  EXPECT_EQ(test::RunCommand("TARNVEL_SOCKET=" + open + "/t.sock timeout 20 " + Cli() + " --listen", &output), 1) << output;
+  EXPECT_NE(output.find("error 93: "), std::string::npos) << output;
+}
+
+// A termination request or a second Ctrl-C during a run: the running jobs end
+// with Abort and close their outputs in good order, no waiting job starts,
+// every raw file stays. The recordings are long (many small frames), so the
+// signal comes while the first jobs still run; the sanitizers' slower
+// converter needs fewer.
+#ifdef TARNVEL_SANITIZED
+constexpr std::uint32_t kLongRecording = 5000;
+#else
+constexpr std::uint32_t kLongRecording = 20000;
+#endif
+
+TEST(Cli, TerminationAbortsTheRunningJobsAndStartsNoOther) {
+  test::TempDir dir;
+  std::vector<recgen::RecordingOptions> recordings;
+  std::vector<std::string> before;
+  std::string paths;
+  for (int i = 0; i < 4; ++i) {
+    recgen::RecordingOptions o = Recording(dir, "rec" + std::to_string(i), 32, 24, kLongRecording, "long");
+    o.fileType = 11, o.deleteRaw = 1;
+    ASSERT_EQ(recgen::WriteRecording(o), "");
+    before.push_back(test::RawFilesFingerprint(o.folder));
+    paths += " " + JoinPath(o.folder, "args.ini");
+    recordings.push_back(o);
+  }
+  struct Case {
+    const char* name;
+    const char* options;
+    int running;  // jobs that run when the signal comes
+    const char* signal;
+  };
+  for (const Case& c : {Case{"TERM, parallel", "--parallel 2", 2, "kill -TERM $pid"},
+                        Case{"INT twice", "", 1, "kill -INT $pid; sleep 0.05; kill -INT $pid"},
+                        Case{"HUP, parallel", "--parallel 2", 2, "kill -HUP $pid"}}) {
+    SCOPED_TRACE(c.name);
+    const std::string log = dir.File("log");
+    const std::string script =
+        "TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " " + Cli() + " " + c.options + paths + " > " + log +
+        " 2>&1 & pid=$!\n"
+        "for i in $(seq 600); do [ $(grep -c ': Converting 1/' " + log + ") -ge " + std::to_string(c.running) +
+        " ] && break; sleep 0.02; done\n" + c.signal + "\nwait $pid\n";
+    test::WriteFile(dir.path() / "run.sh", script);
+    std::string output;
+    EXPECT_EQ(test::RunCommand("sh " + dir.File("run.sh"), &output), 1) << output << test::ReadFile(log);
+    const std::string text = test::ReadFile(log);
+    EXPECT_EQ(text.find(": Done"), std::string::npos) << text;
+    for (int i = 0; i < 4; ++i) {
+      const fs::path mpt = fs::path(recordings[i].folder) / "long.mpt";
+      EXPECT_EQ(test::RawFilesFingerprint(recordings[i].folder), before[i]) << i;
+      EXPECT_NE(text.find("job " + std::to_string(i + 1) + " "), std::string::npos);
+      if (i < c.running) {
+        // Closed in good order with what it holds (nothing, when the signal came before its first frame).
+        int result = 0;
+        auto file = fs::file_size(mpt) == 0 ? nullptr : framekit::OpenImageFile(mpt.string(), &result);
+        EXPECT_TRUE(fs::file_size(mpt) == 0 || (file && file->Info().frameCount < kLongRecording)) << result;
+      } else {
+        EXPECT_FALSE(fs::exists(mpt)) << "job " << i + 1 << " never started\n" << text;
+      }
+      fs::remove(mpt);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tarnvel

@@ -252,12 +252,17 @@ TEST(RecordingConfig, CopyConfigCompanions) {
   WriteFile(rec / "_config.pgv", "[Acquisition]\r\nImages=1\r\n");
   WriteFile(rec / "_config.mii", "movies");
   WriteFile(out / "_config.pgv", "kept");  // an existing destination is left alone
-  EXPECT_EQ(CopyConfigCompanions(out.string(), rec.string()), 1);
+  const CompanionCopies first = CopyConfigCompanions(out.string(), rec.string());
+  EXPECT_EQ(first.copied, std::vector<std::string>{(out / "_config.mii").string()});
+  EXPECT_TRUE(first.failed.empty());
   EXPECT_EQ(test::ReadFile(out / "_config.pgv"), "kept");
   EXPECT_EQ(test::ReadFile(out / "_config.mii"), "movies");
   EXPECT_FALSE(std::filesystem::exists(out / "_config.mme")) << "a missing source is passed over";
-  EXPECT_EQ(CopyConfigCompanions((dir.path() / "no" / "such").string(), rec.string()), 0);
-  EXPECT_EQ(CopyConfigCompanions(out.string() + "/", rec.string() + "\\"), 0) << "all present now";
+  const CompanionCopies nowhere = CopyConfigCompanions((dir.path() / "no" / "such").string(), rec.string());
+  EXPECT_TRUE(nowhere.copied.empty());
+  EXPECT_EQ(nowhere.failed.size(), 2u) << "a copy into a folder that is gone fails, and says so";
+  const CompanionCopies again = CopyConfigCompanions(out.string() + "/", rec.string() + "\\");
+  EXPECT_TRUE(again.copied.empty() && again.failed.empty()) << "all present now";
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -16,6 +18,8 @@ TempDir::TempDir() {
   for (int attempt = 0; attempt < 100; ++attempt) {
     auto candidate = base / ("tarnvel-test-" + std::to_string(rd()));
     if (std::filesystem::create_directory(candidate)) {
+      // Closed to other users, as the converter wants the folder of its socket.
+      std::filesystem::permissions(candidate, std::filesystem::perms::owner_all);
       path_ = candidate;
       return;
     }
@@ -48,6 +52,28 @@ std::string ReadFile(const std::filesystem::path& path) {
   std::ostringstream s;
   s << in.rdbuf();
   return s.str();
+}
+
+std::string RawFilesFingerprint(const std::filesystem::path& folder) {
+  std::map<std::string, std::uint64_t> files;
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+    std::string name = entry.path().filename().string();
+    std::string lower = name;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const bool raw = lower.ends_with(".raw") || lower.ends_with(".cal") || lower == "args.ini" ||
+                     lower == "rawfile.xml" || lower == "rawstats.xml";
+    if (!raw) continue;
+    if (!entry.is_regular_file(ec)) {  // a FIFO in a file's place is never opened
+      files[name] = 0;
+      continue;
+    }
+    const std::string bytes = ReadFile(entry.path());
+    files[name] = std::hash<std::string>{}(bytes) ^ bytes.size();
+  }
+  std::string fingerprint;
+  for (const auto& [name, hash] : files) fingerprint += name + ":" + std::to_string(hash) + " ";
+  return fingerprint;
 }
 
 std::filesystem::path SourceDir() { return TARNVEL_SOURCE_DIR; }

@@ -7,8 +7,8 @@
 
 namespace tarnvel::test {
 
-// A fresh folder under the system's temporary folder, removed with its
-// contents when the object goes.
+// A fresh folder under the system's temporary folder, open to its owner only
+// (mode 0700), removed with its contents when the object goes.
 class TempDir {
  public:
   TempDir();
@@ -26,6 +26,11 @@ class TempDir {
 
 void WriteFile(const std::filesystem::path& path, std::string_view content);
 std::string ReadFile(const std::filesystem::path& path);
+
+// A fingerprint of a recording's raw files (args.ini, the descriptors, every
+// .raw and .cal file): their names and bytes. Equal fingerprints before and
+// after a run mean that no raw byte was lost.
+std::string RawFilesFingerprint(const std::filesystem::path& folder);
 
 // The checkout's root, for fixtures and scripts.
 std::filesystem::path SourceDir();

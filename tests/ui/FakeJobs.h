@@ -103,6 +103,7 @@ class FakeJob : public ConversionJob {
   RunState GetRunState() const override { return runState_; }
   std::int32_t StatusCode() const override { return statusCode_; }
   std::string StatusText() const override { return statusText_; }
+  RowStatus FinalStatus() const override { return final_; }
 
   const bool sentBySuite;
   bool hasOverrides = false;
@@ -111,7 +112,6 @@ class FakeJob : public ConversionJob {
 
  private:
   int Convert() {
-    abortFlag_ = 0;
     const int now = ++world_.running;
     for (int most = world_.mostRunning; now > most && !world_.mostRunning.compare_exchange_weak(most, now);) {}
     const int result = Run();
@@ -119,7 +119,7 @@ class FakeJob : public ConversionJob {
     return result;
   }
   int Run() {
-    if (plan_.failCode != 0) return statusCode_ = plan_.failCode, statusText_ = plan_.failText, -1;
+    if (plan_.failCode != 0) return statusCode_ = plan_.failCode, statusText_ = plan_.failText, final_ = RowStatus::Error, -1;
     const std::uint32_t start = TickCount();
     report_(context_, row_, "out.tif", start, 1, 1, plan_.frames);
     for (std::int32_t i = 0; i < plan_.frames; ++i) {
@@ -129,7 +129,8 @@ class FakeJob : public ConversionJob {
       report_(context_, row_, "out.tif", start, -1, i + 1, plan_.frames);
     }
     runState_ = RunState::Finished;
-    report_(context_, row_, "out.tif", start, abortFlag_ ? 3 : 2, plan_.frames, plan_.frames);
+    final_ = abortFlag_ ? RowStatus::Abort : RowStatus::Done;
+    report_(context_, row_, "out.tif", start, static_cast<std::int32_t>(final_.load()), plan_.frames, plan_.frames);
     return statusCode_ == 0 ? 0 : -1;
   }
 
@@ -141,6 +142,7 @@ class FakeJob : public ConversionJob {
   ManualResetEvent gate_{true};
   std::atomic<std::uint32_t> abortFlag_{0};
   std::atomic<RunState> runState_{RunState::NotStarted};
+  std::atomic<RowStatus> final_{RowStatus::Waiting};
   std::int32_t statusCode_ = 0;
   std::string statusText_;
   std::unique_ptr<ManualResetEvent> done_;

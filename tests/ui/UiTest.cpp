@@ -162,6 +162,59 @@ TEST_F(SchedulerTest, ParallelKeepsToTheMaximumAndAbortsTheRunningJobsOnly) {
   EXPECT_EQ(Cell(2), "Done") << "a job that was not running yet runs normally";
 }
 
+// Abort all (a termination request, a second Ctrl-C) stops the pass: the
+// running jobs end Abort, no waiting job starts, also when the abort comes
+// before the pass has begun; a job that ended Done stays Done whatever
+// aborts arrive before it is reaped.
+TEST_F(SchedulerTest, AbortAllStopsEveryStartAndAnEndedJobKeepsItsStatus) {
+  Start({1, 2}, {"/q/1/a/args.ini", "/q/1/b/args.ini", "/q/1/c/args.ini", "/q/1/d/args.ini"},
+        {"/q/1/a/args.ini", "/q/1/b/args.ini", "/q/1/c/args.ini", "/q/1/d/args.ini"}, 3);
+  ASSERT_TRUE(WaitUntil([&] { return world_.running == 2; }));
+  scheduler_->AbortAll();
+  world_.frameRelease.release(2);  // the two running jobs each wait for one frame
+  ASSERT_TRUE(WaitUntil([&] { return Idle(); }));
+  EXPECT_EQ(world_.started, 2) << "the waiting jobs never start";
+  for (std::uint32_t r = 0; r < 4; ++r) EXPECT_EQ(list_.Row(r).status, RowStatus::Abort) << r;
+  EXPECT_TRUE(frontEnd_.messages.empty()) << "Abort all without asking";
+
+  // Before the pass: jobs added, the abort, then the wake-up.
+  Add({"/q/2/a/args.ini", "/q/2/b/args.ini"});
+  scheduler_->AbortAll();
+  scheduler_->WakeUp();
+  ASSERT_TRUE(WaitUntil([&] { return Idle() && Cell(5) == "Abort"; }));
+  EXPECT_EQ(world_.started, 2);
+  EXPECT_EQ(Cell(4), "Abort");
+
+  // The flag was spent with its pass: the next job runs; one that is done
+  // but not yet reaped keeps Done when an abort reaches it.
+  plans_["/q/3/slow/args.ini"] = FakeJobPlan{1, true, 0, {}};
+  Add({"/q/3/slow/args.ini", "/q/3/quick/args.ini"});
+  scheduler_->WakeUp();
+  ASSERT_TRUE(WaitUntil([&] { return Cell(7) == "Done"; }));
+  EXPECT_TRUE(scheduler_->AbortJobs(false));
+  world_.frameRelease.release(1);
+  ASSERT_TRUE(WaitUntil([&] { return Idle(); }));
+  EXPECT_EQ(Cell(6), "Abort");
+  EXPECT_EQ(Cell(7), "Done") << "a job ends once";
+}
+
+// A maximum from a damaged settings store never runs more than the Options
+// dialog offers at once.
+TEST_F(SchedulerTest, ParallelRunsTwelveAtMostWhateverIsStored) {
+  std::vector<std::string> paths;
+  for (int i = 0; i < 14; ++i) paths.push_back("/m/" + std::to_string(i) + "/job/args.ini");
+  for (const std::string& p : paths) plans_[p] = FakeJobPlan{1, true, 0, {}};
+  Make({1, 1000000});
+  for (const std::string& p : paths) scheduler_->AddJob(p, nullptr, nullptr, false);
+  scheduler_->StartThread();
+  ASSERT_TRUE(WaitUntil([&] { return world_.running == 12; }));
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(world_.started, 12);
+  world_.frameRelease.release(14);
+  ASSERT_TRUE(WaitUntil([&] { return Idle(); }));
+  EXPECT_EQ(world_.mostRunning, 12);
+}
+
 TEST_F(SchedulerTest, SuiteCommandsIncludingHostileOnes) {
   Start({0, 4}, {}, {"/s/1/a/args.ini"}, 2);
   const std::string path = "/s/1/a/args.ini";
@@ -177,6 +230,13 @@ TEST_F(SchedulerTest, SuiteCommandsIncludingHostileOnes) {
   EXPECT_EQ(scheduler_->Parallel().enabled, 0);
   scheduler_->HandleSuiteCommand(kOptionsCommand, Bytes(words, 8));
   EXPECT_EQ(std::pair(scheduler_->Parallel().enabled, scheduler_->Parallel().maximum), std::pair(1, 7));
+  // Values the Options dialog does not offer would leave jobs waiting for ever: ignored.
+  for (const auto& refused : {std::pair{1, 0}, {1, 1}, {1, 13}, {2, 4}, {-1, 4}, {1, INT32_MIN}}) {
+    const std::int32_t pair[2] = {refused.first, refused.second};
+    scheduler_->HandleSuiteCommand(kOptionsCommand, Bytes(pair, 8));
+    EXPECT_EQ(std::pair(scheduler_->Parallel().enabled, scheduler_->Parallel().maximum), std::pair(1, 7))
+        << refused.first << " " << refused.second;
+  }
   // Pause holds the job; a further add releases every paused job.
   scheduler_->HandleSuiteCommand(kPauseCommand, {});
   world_.frameRelease.release(2);
@@ -235,6 +295,14 @@ TEST(JobList, TextsAndRows) {
   list.SetRowProgress(0, TickCount() - 3'723'000, 5, 10);
   EXPECT_EQ(list.Row(0).cells[kStatusColumn] + " " + list.Row(0).cells[kTimeColumn], "Converting + AVI 01:02:03");
   list.SetRowStatus(7, "x", 0, 2, 1, 1);  // a row that does not exist is passed over
+  // A final status stays: no later status or progress changes the row.
+  list.SetRowStatus(0, "rec.avi", TickCount(), 2, 10, 10);
+  list.SetRowStatus(0, RowStatus::Abort);
+  list.SetRowProgress(0, TickCount(), 3, 10);
+  EXPECT_EQ(list.Row(0).status, RowStatus::Done);
+  EXPECT_EQ(list.Row(0).cells[kStatusColumn] + " " + list.Row(0).cells[kImagesColumn], "Done 10/10");
+  list.SetRowStatus(0, "x", 0, 99, 1, 1);  // no status at all: nothing changes
+  EXPECT_EQ(list.Row(0).status, RowStatus::Done);
   list.Clear();
   EXPECT_EQ(list.AddRow("/next/args.ini"), 0u) << "numbers start again after Clear List";
 }
@@ -293,9 +361,9 @@ TEST_F(AddFileTest, RefusedAndHostileBatches) {
   // A folder whose name holds ".bat" makes its args.ini a batch with a wrong signature: silently nothing.
   std::filesystem::create_directory(dir_.path() / "take.bat.d");
   test::WriteFile(dir_.path() / "take.bat.d/args.ini", "[ArgSect]\r\nArg03=5\r\n");
-  AddFile(*scheduler_, frontEnd_, dir_.File("take.bat.d/args.ini"), true);
+  EXPECT_EQ(AddFile(*scheduler_, frontEnd_, dir_.File("take.bat.d/args.ini"), true), AddOutcome::NotABatchFile);
   EXPECT_TRUE(jobs_.empty());
-  EXPECT_TRUE(frontEnd_.messages.empty()) << "a wrong signature is silent";
+  EXPECT_TRUE(frontEnd_.messages.empty()) << "a wrong signature is silent here; the console names it";
 
   // A destination that cannot be made: message 33 with the folder, no job.
   test::WriteFile(dir_.path() / "blocker", "x");

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -115,8 +116,11 @@ class ContainerWriter final : public FrameWriter {
     PutLE<std::uint32_t>(count, whole);
     const bool failedBefore = out_.Failed();
     const bool patched = ::pwrite(fd_, count, sizeof count, kOffFrameCount) == sizeof count;
+    struct stat info {};
+    // A file whose folder vanished while it was written is gone with it.
+    const bool unlinked = ::fstat(fd_, &info) == 0 && info.st_nlink == 0;
     const bool closed = out_.Close();
-    return (failedBefore || !patched || !closed) ? kFkWriteFailed : 0;
+    return (failedBefore || !patched || unlinked || !closed) ? kFkWriteFailed : 0;
   }
 
  private:

@@ -30,4 +30,10 @@ int WriteTiffImage(TIFF* tif, const FrameData& frame, const TiffImageOptions& op
 // Opens libtiff on a created file: BigTIFF when the estimated size would pass 4 GiB.
 TIFF* OpenTiffOnDescriptor(int fd, const char* path, std::uint64_t estimatedBytes);
 
+// After a failed write: cuts the directory chain of the file behind the last
+// directory that lies whole in the file with its strips, so that readers see
+// the pages written before the failure; a file without such a directory is
+// emptied. False when the file could not be mended.
+bool EndTiffAtLastWholeDirectory(int fd);
+
 }  // namespace tarnvel::framekit

@@ -5,6 +5,8 @@
 // significant bits, and the camera, date, exposure and frame rate of the
 // recording when the engine tells them. libtiff opens at the first frame, when the frame size and
 // count tell whether the file must be BigTIFF.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/framekit/FileTypes.h"
@@ -43,34 +45,48 @@ class TiffWriter final : public FrameWriter {
       if (fd_ < 0) return kFkWriteFailed;
       const FrameHeader& h = *frame.header;
       const std::uint64_t frameBytes = std::uint64_t{h.width} * h.height * layout.bytesPerPixel + 4096;
+      own_ = ::fcntl(fd_, F_DUPFD_CLOEXEC, 0);  // kept to mend the file after libtiff has closed it
       tif_ = OpenTiffOnDescriptor(fd_, path_.c_str(), frameBytes * (options_.page ? frame.total : 1));
       if (tif_ == nullptr) {
         ::close(fd_);
         fd_ = -1;
-        return kFkWriteFailed;
+        return Failed(kFkWriteFailed);
       }
       fd_ = -1;  // libtiff owns it now
     }
     if (options_.linearRaw) SetDngTags(tif_, layout);
-    return WriteTiffImage(tif_, frame, options_);
+    return Failed(WriteTiffImage(tif_, frame, options_));
   }
 
   int Finish() override {
-    int result = 0;
+    int result = failed_ ? kFkWriteFailed : 0;
     if (tif_ != nullptr) {
       if (!TIFFFlush(tif_)) result = kFkWriteFailed;
       TIFFClose(tif_);
       tif_ = nullptr;
     }
-    if (fd_ >= 0) {
-      ::close(fd_);
-      fd_ = -1;
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+    if (own_ >= 0) {
+      struct stat info {};
+      // A file whose folder vanished while it was written is gone with it.
+      if (::fstat(own_, &info) == 0 && info.st_nlink == 0) result = kFkWriteFailed;
+      if (result != 0 && !EndTiffAtLastWholeDirectory(own_)) result = kFkWriteFailed;
+      ::close(own_);
+      own_ = -1;
     }
     return result;
   }
 
  private:
+  int Failed(int result) {
+    if (result != 0) failed_ = true;
+    return result;
+  }
+
   int fd_;
+  int own_ = -1;
+  bool failed_ = false;
   std::string path_;
   TiffImageOptions options_;
   TIFF* tif_ = nullptr;

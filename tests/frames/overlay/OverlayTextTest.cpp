@@ -73,6 +73,10 @@ TEST(OverlayText, BackgroundColourOnGreyAndClipping) {
   DrawOverlayText(PackedView(buffer.data() + 32, 16, 10, 8), kBottomRight, "DejaVu Sans", 30, 0, 3, 0,
                   "far too long a text for such a small frame");
   for (int i = 0; i < 32; ++i) ASSERT_TRUE(buffer[i] == 0x5A && buffer[32 + 160 + i] == 0x5A) << i;
+  // A text whose canvas no drawing layer can hold is left out, not drawn past its buffer.
+  std::vector<std::uint8_t> guarded(16 * 10 + 64, 0x5A);
+  DrawOverlayText(PackedView(guarded.data() + 32, 16, 10, 8), kTopLeft, "DejaVu Sans", 20000, 0, 3, 0, "a text of a huge font");
+  EXPECT_EQ(std::count(guarded.begin(), guarded.end(), 0x5A), static_cast<long>(guarded.size()));
 }
 
 }  // namespace

@@ -92,6 +92,15 @@ TEST(Drawing, TextIsClippedToItsRectangleAndCanvasesAreIndependent) {
     });
   for (auto& t : threads) t.join();
   EXPECT_EQ(mismatches, 0);
+
+  // A canvas larger than Cairo draws is empty: drawing on it does nothing, and it gives no pixels.
+  for (const auto& [w, h] : {std::pair{32768, 4}, {4, 40000}, {2147483647, 2147483647}}) {
+    Canvas huge(w, h);
+    EXPECT_EQ(std::pair(huge.Width(), huge.Height()), std::pair(0, 0)) << w << "x" << h;
+    huge.Fill(0, 0, w, h, 0xFFFFFF);
+    huge.DrawCentredText(Font("DejaVu Sans", 20), "text", 0xFFFFFF, 0, 0, w, h);
+    EXPECT_TRUE(huge.Bgr24().empty());
+  }
 }
 
 TEST(Drawing, LinesRectanglesAndPens) {

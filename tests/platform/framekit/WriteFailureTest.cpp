@@ -77,12 +77,48 @@ TEST(WriteFailures, ADiskFillingUpMidFileKeepsTheWholeFramesWritten) {
       EXPECT_TRUE(frame.metadata == test::PatternBlock(i)) << i;
     }
   }
-  // A multipage TIFF cut short fails cleanly within the limit.
-  const test::FrameSpec large{256, 128, 16};
-  const std::uintmax_t tiffLimit = test::FrameBytes(large) * 5 / 2;
-  const std::string tiff = dir.File("cut.mpt");
-  EXPECT_GT(test::WriteWithSizeLimit(tiffLimit, [&] { return test::WritePatternFile(tiff, large, 10); }), 0);
-  EXPECT_LE(std::filesystem::file_size(tiff), tiffLimit);
+}
+
+// A multipage TIFF (classic, and BigTIFF when the frames announced would pass
+// 4 GiB) cut short by a full disk ends at its last whole page: tiffinfo walks
+// the chain without an error and every page holds its frame.
+TEST(WriteFailures, AMultipageTiffCutShortEndsAtItsLastWholePage) {
+  test::TempDir dir;
+  const test::FrameSpec spec{256, 128, 16};
+  const FrameHeader header = test::MakeHeader(spec);
+  const std::uintmax_t limit = test::FrameBytes(spec) * 5 / 2;
+  for (const std::uint32_t announced : {10u, 1u << 17}) {
+    const std::string tiff = dir.File("cut" + std::to_string(announced) + ".mpt");
+    const int failure = test::WriteWithSizeLimit(limit, [&] {
+      FrameHandle handle = nullptr;
+      int result = OpenOutput(tiff.c_str(), 1, &handle);
+      for (std::uint32_t i = 0; i < 10 && result == 0; ++i)
+        result = WriteFrame(handle, i, announced, &header, test::PatternBlock(i).data(), test::PatternFrame(spec, i).data());
+      const int closed = CloseOutput(handle);
+      return result != 0 ? result : closed;
+    });
+    EXPECT_EQ(failure, kFkWriteFailed) << announced;
+    EXPECT_LE(std::filesystem::file_size(tiff), limit);
+    std::string listing;
+    EXPECT_EQ(test::RunCommand("tiffinfo " + tiff + " 2>&1", &listing), 0) << listing;
+    EXPECT_EQ(listing.find("rror"), std::string::npos) << listing;
+    std::size_t pages = 0;
+    for (std::size_t at = 0; (at = listing.find("TIFF Directory", at)) != std::string::npos; ++at) ++pages;
+    EXPECT_EQ(pages, 2u) << "two whole frames fit below the limit";
+    int result = 0;
+    auto file = framekit::OpenImageFile(tiff, &result);
+    ASSERT_TRUE(file) << FrameKitResultText(result);
+    ASSERT_EQ(file->Info().frameCount, 2u);
+    for (std::uint32_t i = 0; i < 2; ++i) {
+      framekit::DecodedFrame frame;
+      ASSERT_EQ(file->ReadFrame(i, frame), 0);
+      EXPECT_TRUE(frame.pixels == test::PatternFrame(spec, i)) << i;
+    }
+  }
+  // Not even one page fits: the file is left empty rather than a TIFF without pages.
+  const std::string none = dir.File("none.mpt");
+  EXPECT_GT(test::WriteWithSizeLimit(test::FrameBytes(spec) / 2, [&] { return test::WritePatternFile(none, spec, 4); }), 0);
+  EXPECT_EQ(std::filesystem::file_size(none), 0u);
 }
 
 TEST(WriteFailures, AContainerNeverClosedStillShowsItsFrames) {

@@ -1,12 +1,16 @@
 #include "platform/suitelink/SuiteLink.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -108,6 +112,124 @@ TEST_F(SuiteLink, HostileClientsAreDroppedWithoutACall) {
   EXPECT_EQ(SendSuiteMessage(path_, 3, {}), 1u);
   EXPECT_EQ(Count(), afterNoise + 1);
   for (const auto& [command, payload] : messages_) EXPECT_LE(payload.size(), kMaxSuitePayload);
+}
+
+// Sets an environment variable for the length of a scope (unset with null).
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    value ? ::setenv(name, value, 1) : ::unsetenv(name);
+  }
+  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+mode_t ModeOf(const std::string& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+// The socket file is 0600 whatever the umask; a folder that others can enter,
+// that is a link or that belongs to another user is refused; without a
+// runtime folder the socket goes to the user's own cache folder, never /tmp.
+TEST_F(SuiteLink, TheSocketLivesWhereOnlyItsUserCanReachIt) {
+  listener_.Stop();
+  const mode_t saved = ::umask(0);
+  EXPECT_EQ(listener_.Start(path_, Handler()), 0);
+  ::umask(saved);
+  EXPECT_EQ(ModeOf(path_), 0600u);
+
+  const std::string open = dir_.File("open");
+  ASSERT_EQ(::mkdir(open.c_str(), 0755), 0);
+  ::chmod(open.c_str(), 0755);
+  SuiteListener refused;
+  EXPECT_EQ(refused.Start(open + "/tarnvel.sock", Handler()), EACCES);
+  EXPECT_NE(SocketPathProblem(open + "/tarnvel.sock").find("open to other users"), std::string::npos);
+  const std::string link = dir_.File("link");
+  std::filesystem::create_directory_symlink(dir_.path(), link);
+  EXPECT_EQ(refused.Start(link + "/tarnvel.sock", Handler()), EACCES) << "a link could be turned elsewhere";
+  if (::geteuid() == 0) {
+    const std::string theirs = dir_.File("theirs");
+    ASSERT_EQ(::mkdir(theirs.c_str(), 0700), 0);
+    ASSERT_EQ(::chown(theirs.c_str(), 65534, 65534), 0);
+    EXPECT_NE(SocketPathProblem(theirs + "/tarnvel.sock").find("another user"), std::string::npos);
+  }
+
+  const ScopedEnv noSocket("TARNVEL_SOCKET", nullptr), noRuntime("XDG_RUNTIME_DIR", nullptr);
+  {
+    const ScopedEnv home("HOME", dir_.path().c_str()), noCache("XDG_CACHE_HOME", nullptr);
+    const std::string place = ConverterSocketPath();
+    EXPECT_EQ(place, dir_.File(".cache/tarnvel/tarnvel.sock"));
+    EXPECT_EQ(SocketPathProblem(place), "");
+    EXPECT_EQ(ModeOf(dir_.File(".cache/tarnvel")), 0700u) << "made for its user alone";
+    SuiteListener fallback;
+    ASSERT_EQ(fallback.Start(place, Handler()), 0);
+    EXPECT_EQ(SendSuiteMessage(ConverterSocketPath(), 3, {}), 1u);
+  }
+  {
+    const ScopedEnv noHome("HOME", nullptr), noCache("XDG_CACHE_HOME", nullptr);
+    EXPECT_EQ(ConverterSocketPath(), "");
+    EXPECT_NE(SocketPathProblem("").find("XDG_RUNTIME_DIR"), std::string::npos);
+    SuiteListener none;
+    EXPECT_NE(none.Start(ConverterSocketPath(), Handler()), 0);
+  }
+}
+
+// Idle connections and one that sends half a message neither fill the
+// listener nor hold up a client that sends a whole one; they are dropped
+// after the client time-out.
+TEST_F(SuiteLink, IdleAndSlowClientsDoNotBlockOthers) {
+  listener_.Stop();
+  listener_.SetClientTimeout(300);
+  ASSERT_EQ(listener_.Start(path_, Handler()), 0);
+  std::vector<int> idle;
+  for (int i = 0; i < 80; ++i) {
+    const sockaddr_un address = AddressOf(path_);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    if (i == 0) {
+      ASSERT_EQ(::send(fd, "\x01\0\0", 3, MSG_NOSIGNAL), 3);  // half a head, then nothing
+    }
+    idle.push_back(fd);
+  }
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(SendSuiteMessage(path_, 2, {}), 1u) << i;
+  EXPECT_EQ(Count(), 5u);
+  // Every idle connection is closed by the listener in the end.
+  for (const int fd : idle) {
+    pollfd p{fd, POLLIN, 0};
+    EXPECT_EQ(::poll(&p, 1, 20000), 1);
+    char byte;
+    EXPECT_EQ(::recv(fd, &byte, 1, 0), 0) << "closed without an answer";
+    ::close(fd);
+  }
+}
+
+// Another user (the test drops to "nobody" when it runs as root) gets
+// nothing: the socket's folder and file keep it out, and were they opened
+// to everyone, the listener would still close its connection unread.
+TEST_F(SuiteLink, AnotherUserGetsNothing) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as a second user (setpriv to nobody)";
+  const std::string asNobody = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+  const std::string send = asNobody + (test::BinaryDir() / "apps/tarnvel-send").string() + " --socket " + path_;
+  // A plain client that does not care whose listener it meets: exit 0 only when answered.
+  const std::string raw = asNobody +
+                          "/usr/bin/python3 -c \"import socket,struct,sys; s=socket.socket(socket.AF_UNIX); "
+                          "s.connect(sys.argv[1]); p=b'/data/rec/args.ini'; s.sendall(struct.pack('<II',1,len(p))+p); "
+                          "s.settimeout(5); sys.exit(0 if len(s.recv(4))==4 else 3)\" " + path_;
+  std::string output;
+  EXPECT_NE(test::RunCommand(send + " add /data/rec/args.ini", &output), 0) << output;
+  EXPECT_NE(test::RunCommand(raw, &output), 0) << output;
+  ASSERT_EQ(::chmod(dir_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
+  EXPECT_NE(test::RunCommand(raw, &output), 0) << output;
+  EXPECT_NE(test::RunCommand(send + " close", &output), 0) << output;
+  EXPECT_EQ(Count(), 0u) << "nothing of theirs reached the converter";
+  EXPECT_EQ(SendSuiteMessage(path_, 3, {}), 1u) << "its own user is still served";
+  ::chmod(dir_.path().c_str(), 0700);
 }
 
 }  // namespace
