@@ -12,57 +12,17 @@
 namespace tarnvel {
 namespace {
 
-constexpr std::size_t kLookupWords = 262144 / 2;
-// The reference of a row offset never exceeds this, whatever the depth.
-constexpr std::uint32_t kRowOffsetCeiling = 1000;
-
 bool EightBitSamples(std::uint32_t depth) { return SampleBytesOf(LayoutOfDepth(depth)) == 1; }
-
-// Subtracts each row's reference from the row: its smallest value, never
-// above kRowOffsetCeiling, for mode 0, else the value at `column` (a column
-// outside the row leaves the row as it is).
-template <class T>
-TARNVEL_VECTOR_CLONES void OffsetRows(T* samples, std::size_t width, std::size_t height, std::int32_t mode,
-                                      std::int32_t column) {
-  for (std::size_t y = 0; y < height; ++y) {
-    T* row = samples + y * width;
-    T reference;
-    if (mode == 0) {
-      reference = static_cast<T>(std::min<std::uint32_t>(kRowOffsetCeiling, std::numeric_limits<T>::max()));
-      for (std::size_t x = 0; x < width; ++x) reference = std::min(reference, row[x]);
-    } else {
-      reference = column >= 0 && static_cast<std::size_t>(column) < width ? row[column] : 0;
-    }
-    for (std::size_t x = 0; x < width; ++x) row[x] = static_cast<T>(std::max(row[x], reference) - reference);
-  }
-}
-
-template <class T>
-void MapSamples(const T* __restrict table, T* __restrict samples, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) samples[i] = table[samples[i]];
-}
 
 }  // namespace
 
-ImageProcessor::ImageProcessor() : lookup_(kLookupWords, 0) {}
+ImageProcessor::ImageProcessor() = default;
 
 void ImageProcessor::Bind(const ImageView& frame) {
   width_ = frame.width;
   height_ = frame.height;
   depth_ = frame.depth;
   frameSize_ = frame.Span();
-}
-
-std::uint8_t* ImageProcessor::Working(std::size_t size, bool cleared) {
-  if (!working_ || size > workingSize_) {
-    working_.reset();
-    workingSize_ = 0;
-    working_.reset(new (std::nothrow) std::uint8_t[size]);
-    if (!working_) return nullptr;
-    workingSize_ = size;
-  }
-  if (cleared) std::memset(working_.get(), 0, size);
-  return working_.get();
 }
 
 void ApplyImageChain(ImageProcessor& processor, const CImageOpList& list, ImageView frame) {
@@ -125,82 +85,55 @@ void ImageProcessor::ApplyCode(const ImageOpItem& item, std::uint8_t* frame) {
 void ImageProcessor::Convolve(const ConvolutionFilter& filter, ImageView frame) {
   if (frame.Empty() || !frame.Packed()) return;
   Bind(frame);
-  std::uint8_t* working = Working(frameSize_, false);
-  if (!working) return;
   int status = kPrimitiveBadSize;
   const std::int32_t w = filter.sizeX, h = filter.sizeY;
   // Kernels that the record cannot hold (sizes below 1, more than 100
-  // coefficients) are refused like any failing filter: the zeros stay.
+  // coefficients) are refused like any failing filter: the frame turns black.
   if (w >= 1 && h >= 1 && static_cast<std::int64_t>(w) * h <= static_cast<std::int64_t>(kFilterCoefficients)) {
     std::int16_t kernel[kFilterCoefficients];
     for (std::int32_t t = 0; t < w * h; ++t)
       kernel[t] = static_cast<std::int16_t>(static_cast<std::uint16_t>(filter.coefficients[t] & 0xFFFF));
-    status = ConvolveBorder(frame, PackedView(working, width_, height_, depth_), kernel, w, h, filter.divisor);
+    // In place: the primitive reads every row before it writes over it.
+    status = ConvolveBorder(frame, frame, kernel, w, h, filter.divisor);
   }
-  if (status != kPrimitiveOk) std::memset(working, 0, frameSize_);
-  std::memcpy(frame.data, working, frameSize_);
+  if (status != kPrimitiveOk) std::memset(frame.data, 0, frameSize_);
 }
 
 void ImageProcessor::RankFilter(RankKind kind, std::int32_t maskSize, ImageView frame) {
   if (frame.Empty() || !frame.Packed()) return;
   Bind(frame);
-  std::uint8_t* working = Working(frameSize_, false);
-  if (!working) return;
   auto* primitive = kind == RankKind::Median    ? &MedianBorder
                     : kind == RankKind::Minimum ? &MinimumBorder
                                                 : &MaximumBorder;
-  if (primitive(frame, PackedView(working, width_, height_, depth_), maskSize, maskSize) != kPrimitiveOk)
-    std::memset(working, 0, frameSize_);
-  std::memcpy(frame.data, working, frameSize_);
+  // In place: the primitives read every row before they write over it.
+  if (primitive(frame, frame, maskSize, maskSize) != kPrimitiveOk) std::memset(frame.data, 0, frameSize_);
 }
 
 // ------------------------------------------------------------ point operations
 
 template <class Entry>
-void ImageProcessor::MapThroughTable(std::uint8_t* frame, Entry entry) {
-  if (EightBitSamples(depth_)) {
-    std::uint8_t table[256];
-    for (std::uint32_t i = 0; i < 256; ++i) table[i] = static_cast<std::uint8_t>(entry(i, 255u));
-    std::memcpy(lookup_.data(), table, sizeof table);
-    MapBytes(table, frame, frameSize_);
-    return;
-  }
-  const std::uint32_t m = FullScale(depth_);
-  std::uint16_t* table = lookup_.data();
-  for (std::uint32_t i = 0; i <= m; ++i) table[i] = static_cast<std::uint16_t>(entry(i, m));
-  // A value above the depth's full scale (a filter may leave one) maps like the full scale.
-  std::fill(table + m + 1, table + 65536, table[m]);
-  MapSamples(table, reinterpret_cast<std::uint16_t*>(frame), frameSize_ / 2);
-}
-
-void ImageProcessor::MapBytes(const std::uint8_t* table, std::uint8_t* frame, std::size_t count) {
-  // Large frames go two bytes at a time through a table of all byte pairs,
-  // which fills the lookup area's first 131,072 bytes.
-  if (count < (std::size_t{1} << 20)) {
-    MapSamples(table, frame, count);
-    return;
-  }
-  std::uint16_t* pairs = lookup_.data();
-  for (std::uint32_t high = 0; high < 256; ++high)
-    for (std::uint32_t low = 0; low < 256; ++low)
-      pairs[high << 8 | low] = static_cast<std::uint16_t>(table[high] << 8 | table[low]);
-  // Eight bytes at a time, as four pairs; the frame need not be aligned.
-  std::size_t i = 0;
-  for (; i + 8 <= count; i += 8) {
-    std::uint64_t in;
-    std::memcpy(&in, frame + i, 8);
-    const std::uint64_t out = std::uint64_t{pairs[in & 0xFFFF]} | std::uint64_t{pairs[(in >> 16) & 0xFFFF]} << 16 |
-                              std::uint64_t{pairs[(in >> 32) & 0xFFFF]} << 32 | std::uint64_t{pairs[in >> 48]} << 48;
-    std::memcpy(frame + i, &out, 8);
-  }
-  for (; i < count; ++i) frame[i] = table[frame[i]];
+void ImageProcessor::MapThroughTable(const SampleMapCache::Key& key, std::uint8_t* frame, Entry entry) {
+  const bool bytes = EightBitSamples(depth_);
+  const SampleMap* map = maps_.Find(key, [&] {
+    if (bytes) {
+      std::uint8_t table[256];
+      for (std::uint32_t i = 0; i < 256; ++i) table[i] = static_cast<std::uint8_t>(entry(i, 255u));
+      return SampleMap::ForBytes(table, true);
+    }
+    const std::uint32_t m = FullScale(depth_);
+    std::vector<std::uint16_t> table(m + 1);
+    for (std::uint32_t i = 0; i <= m; ++i) table[i] = static_cast<std::uint16_t>(entry(i, m));
+    return SampleMap::ForWords(table.data(), m, true);
+  });
+  map->Apply(frame, bytes ? frameSize_ : frameSize_ / 2);
 }
 
 void ImageProcessor::BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame) {
   if (brightness == 0 && contrast == 0) return;
   const float factorSingle = 1.0f + static_cast<float>(contrast) / 100.0f;
   const double factor = factorSingle;
-  MapThroughTable(frame, [&](std::uint32_t i, std::uint32_t m) -> std::uint32_t {
+  const SampleMapCache::Key key{ImgOpBrightnessContrast, brightness, contrast, depth_};
+  MapThroughTable(key, frame, [&](std::uint32_t i, std::uint32_t m) -> std::uint32_t {
     const double v = factor * i + static_cast<double>(m) * brightness / 100.0;
     if (v < 0) return 0;
     if (v > m) return m;
@@ -211,7 +144,8 @@ void ImageProcessor::BrightnessContrast(std::int32_t brightness, std::int32_t co
 void ImageProcessor::Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame) {
   const float g = static_cast<float>(gammaTimes1000 / 1000.0);
   if (g == 0.0f) return;
-  MapThroughTable(frame, [&](std::uint32_t i, std::uint32_t m) -> std::uint32_t {
+  const SampleMapCache::Key key{ImgOpGamma, gammaTimes1000, 0, depth_};
+  MapThroughTable(key, frame, [&](std::uint32_t i, std::uint32_t m) -> std::uint32_t {
     double x = i;
     if (x > 0 && g != 1.0f) x = m * std::pow(x / m, 1.0 / g);
     if (x < 0) return 0;
@@ -258,16 +192,15 @@ void ImageProcessor::Equalize(std::uint8_t* frame) {
       table[i] = static_cast<Sample>(static_cast<std::uint32_t>(s * static_cast<double>(levels - 1) + 0.5));
     }
     std::fill(table.begin() + static_cast<std::ptrdiff_t>(levels), table.end(), table[levels - 1]);
-    if constexpr (sizeof(Sample) == 1) MapBytes(table.data(), samples, pixels);
-    else MapSamples(table.data(), samples, pixels);
+    if constexpr (sizeof(Sample) == 1) SampleMap::ForBytes(table.data(), false)->Apply(samples, pixels);
+    else SampleMap::ForWords(table.data(), static_cast<std::uint32_t>(levels - 1), false)->Apply(samples, pixels);
   };
   if (depth_ <= 8) equalise(frame);
   else equalise(reinterpret_cast<std::uint16_t*>(frame));
 }
 
 void ImageProcessor::RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame) {
-  if (depth_ <= 8) OffsetRows(frame, width_, height_, mode, column);
-  else if (depth_ <= 16) OffsetRows(reinterpret_cast<std::uint16_t*>(frame), width_, height_, mode, column);
+  SubtractRowReferenceInPlace(Bound(frame), mode, column);
 }
 
 }  // namespace tarnvel

@@ -3,10 +3,8 @@
 // owns: nothing returns a pointer into memory of the engine.
 //
 // ImageProcessor holds what the chain's operations need between two calls
-// and nothing of the frames themselves: the lookup area of the point
-// operations and the working buffer that a neighbourhood filter writes
-// before its result is copied back over the frame. One processor belongs to
-// one job's worker thread.
+// and nothing of the frames themselves: the maps of the last point
+// operations. One processor belongs to one job's worker thread.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "frames/ImageOps.h"
+#include "frames/primitives/SampleMap.h"
 #include "platform/pixels/ImageView.h"
 
 namespace tarnvel {
@@ -32,28 +31,22 @@ class ImageProcessor {
   // an empty one. Unknown codes and ImgOpDisabled do nothing.
   bool Apply(const ImageOpItem& item, ImageView frame);
 
-  // Neighbourhood operations through the working buffer: the result, or the
-  // zeros of a refused filter, replaces the frame.
+  // Neighbourhood operations, in place: the result, or the zeros of a
+  // refused filter, replaces the frame.
   void Convolve(const ConvolutionFilter& filter, ImageView frame);
   void RankFilter(RankKind kind, std::int32_t maskSize, ImageView frame);
-
-  // Bytes the working buffer holds now (it follows the largest frame filtered).
-  std::size_t WorkingBytes() const { return workingSize_; }
 
  private:
   // The frame of the operation under way, and a view of it again.
   void Bind(const ImageView& frame);
   ImageView Bound(std::uint8_t* data) const { return PackedView(data, width_, height_, depth_); }
-  // A buffer of at least `size` bytes for a filter's result, kept across
-  // frames; `cleared` zeroes its first `size` bytes.
-  std::uint8_t* Working(std::size_t size, bool cleared);
   void ApplyCode(const ImageOpItem& item, std::uint8_t* frame);
   void BrightnessContrast(std::int32_t brightness, std::int32_t contrast, std::uint8_t* frame);
   void Gamma(std::int32_t gammaTimes1000, std::uint8_t* frame);
-  // Builds the table for 0..full scale with `entry`, then maps the frame through it.
+  // Maps the frame through the table that `entry` gives for 0..full scale,
+  // built once for the item's code, values and the depth.
   template <class Entry>
-  void MapThroughTable(std::uint8_t* frame, Entry entry);
-  void MapBytes(const std::uint8_t* table, std::uint8_t* frame, std::size_t count);
+  void MapThroughTable(const SampleMapCache::Key& key, std::uint8_t* frame, Entry entry);
   void Negative(std::uint8_t* frame);
   void Equalize(std::uint8_t* frame);
   void RowOffset(std::int32_t mode, std::int32_t column, std::uint8_t* frame);
@@ -63,9 +56,7 @@ class ImageProcessor {
   std::uint32_t height_ = 0;
   std::uint32_t depth_ = 8;
   std::size_t frameSize_ = 0;
-  std::vector<std::uint16_t> lookup_;  // 262,144 bytes: 256 bytes or up to 65,536 words in use
-  std::unique_ptr<std::uint8_t[]> working_;
-  std::size_t workingSize_ = 0;
+  SampleMapCache maps_;
 };
 
 // Runs every item of the list from head to tail on the frame, leaving out

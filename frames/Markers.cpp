@@ -5,17 +5,16 @@
 #include "frames/ImageProcessor.h"
 #include "frames/primitives/Primitives.h"
 
+#define TARNVEL_SIMD_KERNELS "frames/BackgroundKernels-inl.h"
+#include "frames/primitives/SimdTargets.h"
+
 namespace tarnvel {
 namespace {
 
 template <class T>
-TARNVEL_VECTOR_CLONES void AddQuarter(const std::uint8_t* source, const std::uint8_t* background, std::uint8_t* destination,
+void AddQuarter(const std::uint8_t* source, const std::uint8_t* background, std::uint8_t* destination,
                 std::size_t count, std::uint32_t limit) {
-  const T* s = reinterpret_cast<const T*>(source);
-  const T* b = reinterpret_cast<const T*>(background);
-  T* d = reinterpret_cast<T*>(destination);
-  for (std::size_t i = 0; i < count; ++i)
-    d[i] = static_cast<T>(std::min<std::uint32_t>(static_cast<std::uint32_t>(s[i]) + (b[i] >> 2), limit));
+  TARNVEL_SIMD_RETURN(AddQuarterOf<T>(source, background, destination, count, limit));
 }
 
 // Sets `count` pixels from `first` on, in the layout of the depth.

@@ -1,11 +1,14 @@
 // Neighbourhood primitives: convolution and the median, minimum and maximum
 // masks, in the four pixel layouts.
 //
-// All of them read `source` and write `destination` (which must not overlap
-// it, and has the source's size and layout), each channel by itself, and count every pixel outside the frame as 0
+// All of them read `source` and write `destination` (of the source's size
+// and layout), each channel by itself, and count every pixel outside the
+// frame as 0
 // in every channel: edges are neither repeated nor mirrored. They allocate
 // the row memory they need for the one call and free it before returning.
 // A refused call returns a negative status and leaves `destination` as it was.
+// `destination` may be `source` itself (same rows and row length): every row
+// is read before its result is written. Other overlaps are not allowed.
 #pragma once
 
 #include <cstddef>

@@ -17,4 +17,11 @@ int InvertInPlace(ImageView frame, const std::uint16_t mask[3]);
 // A pixel moves as a whole, its channels keep their order.
 int MirrorInPlace(ImageView frame, int axis);
 
+// Grey layouts only: subtracts from every value of a row the row's
+// reference, values below it becoming 0. The reference is the row's
+// smallest value, never above 1,000, for mode 0; otherwise the value at
+// `column`, or 0 (the row stays) when the column lies outside the row.
+// Colour layouts are refused and stay as they are.
+int SubtractRowReferenceInPlace(ImageView frame, std::int32_t mode, std::int32_t column);
+
 }  // namespace tarnvel

@@ -1,5 +1,5 @@
 // What the image primitives share: the view type and layout rule they work
-// in, their statuses, and the row access and vector clones of their loops.
+// in, their statuses and the row access of their loops.
 // A primitive is written once as a template over the sample type and the
 // channel count, and a view picks its instance once through DispatchLayout.
 #pragma once
@@ -31,14 +31,3 @@ inline const T* RowOf(const void* base, std::size_t rowBytes, std::size_t y) {
 }
 
 }  // namespace tarnvel
-
-// Hot loops get a second copy compiled for AVX2, picked once at load time
-// when the processor has it; both copies compute the same values, since no
-// operation is fused or reordered.
-// ThreadSanitizer cannot run the resolvers that pick a copy at load time
-// (they run before its runtime is up), so its builds keep one copy.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
-#define TARNVEL_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define TARNVEL_VECTOR_CLONES
-#endif

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "frames/ImageProcessor.h"
+#include "frames/primitives/Simd.h"
 
 namespace tarnvel::test {
 
@@ -91,6 +92,21 @@ inline void ExpectSameFrame(const TestFrame& got, const TestFrame& want, const s
       FAIL() << what << "depth " << got.depth << " " << got.width << "x" << got.height << ": sample " << i << " (x "
              << i / ch % got.width << ", y " << i / ch / got.width << ", c " << i % ch << ") is " << got.GetSample(i)
              << ", expected " << want.GetSample(i);
+}
+
+// Runs `check` once at every vector level that this machine has, best first,
+// so that each copy of the kernels meets the same reference.
+template <class Check>
+void AtEveryLevel(Check&& check) {
+  struct Restore {
+    ~Restore() { simd::LimitLevel(simd::Level::Avx512); }
+  } restore;
+  for (int level = static_cast<int>(simd::SupportedLevel()); level >= 0; --level) {
+    simd::LimitLevel(static_cast<simd::Level>(level));
+    SCOPED_TRACE(simd::LevelName(static_cast<simd::Level>(level)));
+    check();
+    if (::testing::Test::HasFatalFailure()) return;
+  }
 }
 
 inline const int kDepths[] = {8, 10, 12, 16, 24, 30, 36};

@@ -13,10 +13,12 @@ namespace {
 using test::TestFrame;
 
 TEST(Background, AddsAQuarterLimitedToTheFullScale) {
+  test::AtEveryLevel([] {
   std::mt19937 rng(51);
   for (int depth : test::kDepths) {
-    const TestFrame src = test::RandomFrame(9, 4, depth, rng), bg = test::RandomFrame(9, 4, depth, rng);
-    TestFrame out(9, 4, depth);
+    // Rows of whole vectors and a tail.
+    const TestFrame src = test::RandomFrame(45, 4, depth, rng), bg = test::RandomFrame(45, 4, depth, rng);
+    TestFrame out(45, 4, depth);
     ASSERT_TRUE(AddBackground(src.View(), bg.View(), out.View()));
     for (std::size_t i = 0; i < src.Samples(); ++i)
       ASSERT_EQ(out.GetSample(i), std::min(src.GetSample(i) + (bg.GetSample(i) >> 2), test::FullScale(depth))) << depth;
@@ -24,11 +26,12 @@ TEST(Background, AddsAQuarterLimitedToTheFullScale) {
     ASSERT_TRUE(AddBackground(src.View(), ConstImageView{}, out.View()));
     EXPECT_EQ(out.bytes, src.bytes);
     // A background of another size or depth is refused, nothing written.
-    TestFrame untouched(9, 4, depth);
-    EXPECT_FALSE(AddBackground(src.View(), TestFrame(9, 3, depth).View(), untouched.View()));
-    EXPECT_FALSE(AddBackground(src.View(), TestFrame(9, 4, depth == 8 ? 12 : 8).View(), untouched.View()));
+    TestFrame untouched(45, 4, depth);
+    EXPECT_FALSE(AddBackground(src.View(), TestFrame(45, 3, depth).View(), untouched.View()));
+    EXPECT_FALSE(AddBackground(src.View(), TestFrame(45, 4, depth == 8 ? 12 : 8).View(), untouched.View()));
     EXPECT_TRUE(untouched.AllZero());
   }
+  });
 }
 
 TEST(Markers, ColourRuleForEveryLayout) {

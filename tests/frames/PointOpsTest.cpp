@@ -42,7 +42,7 @@ Rule Gamma(int g1000) {
   };
 }
 
-TEST(PointOps, BrightnessContrastGammaAndNegativeFollowTheirFormulas) {
+void BrightnessContrastGammaAndNegative() {
   std::mt19937 rng(31);
   for (int depth : test::kDepths) {
     for (auto [b, c] : {std::pair{0, 0}, {100, 0}, {-100, 0}, {13, 0}, {0, 57}, {-20, 35}, {7, -60}, {40, -150}, {-3, 333}})
@@ -50,19 +50,41 @@ TEST(PointOps, BrightnessContrastGammaAndNegativeFollowTheirFormulas) {
     for (int g : {0, 1000, 500, 2200, 333, -1500, 999999})
       ExpectRule(ImgOpGamma, g, 0, test::RandomFrame(9, 5, depth, rng), Gamma(g));
   }
-  // Large 8-bit frames go through a table of byte pairs; an odd size leaves a last single byte.
-  const TestFrame large = test::RandomFrame(1025, 1025, 8, rng);
+  // A large frame runs whole vectors; its odd size leaves a tail.
+  const TestFrame large = test::RandomFrame(1025, 67, 8, rng);
   ExpectRule(ImgOpBrightnessContrast, 13, 57, large, BrightnessContrast(13, 57));
   ExpectRule(ImgOpGamma, 2200, 0, large, Gamma(2200));
   // Negative: an exclusive or within the depth, its own inverse.
   for (int depth : {1, 5, 8, 9, 10, 12, 16, 18, 24, 27, 30, 36, 48}) {
-    const TestFrame in = test::RandomFrame(6, 3, depth, rng);
+    const TestFrame in = test::RandomFrame(depth % 2 ? 131 : 6, 3, depth, rng);
     ExpectRule(ImgOpNegative, 0, 0, in, [](std::uint32_t v, std::uint32_t m) { return v ^ m; });
     EXPECT_EQ(Applied(ImgOpNegative, Applied(ImgOpNegative, in)).bytes, in.bytes) << depth;
   }
 }
 
-TEST(PointOps, EqualizeFollowsTheCumulativeHistogram) {
+TEST(PointOps, BrightnessContrastGammaAndNegativeFollowTheirFormulas) {
+  test::AtEveryLevel([] { BrightnessContrastGammaAndNegative(); });
+}
+
+TEST(PointOps, MapsKeptForTheNextFrameFollowItemAndDepth) {
+  // One processor over several frames, as a job runs it: each result equals
+  // that of a fresh processor, whatever ran before and at whichever depth.
+  std::mt19937 rng(33);
+  ImageProcessor p;
+  const std::pair<int, int> values[] = {{10, 20}, {10, 21}, {-5, 0}, {10, 20}};
+  for (int round = 0; round < 24; ++round) {
+    const int depth = test::kDepths[round % 7];
+    const auto [b, c] = values[round % 4];
+    const std::int32_t code = round % 3 == 2 ? ImgOpGamma : ImgOpBrightnessContrast;
+    const ImageOpItem item{{}, code, nullptr, code == ImgOpGamma ? 400 + 100 * (round % 4) : b, c, 0};
+    TestFrame frame = test::RandomFrame(9, 4, depth, rng);
+    const TestFrame fresh = Applied(item, frame);
+    p.Apply(item, frame.View());
+    ASSERT_EQ(frame.bytes, fresh.bytes) << round;
+  }
+}
+
+void Equalize() {
   std::mt19937 rng(34);
   for (int depth : {6, 8, 9, 10, 12, 14, 16}) {
     const TestFrame in = test::RandomFrame(17, 9, depth, rng);
@@ -81,10 +103,20 @@ TEST(PointOps, EqualizeFollowsTheCumulativeHistogram) {
   }
 }
 
-TEST(PointOps, FlipsMoveWholePixels) {
+TEST(PointOps, EqualizeFollowsTheCumulativeHistogram) {
+  test::AtEveryLevel([] { Equalize(); });
+}
+
+// Rows long enough for whole blocks of vectors from both ends, with every
+// kind of middle left over.
+const test::Size kWideSizes[] = {{128, 2}, {129, 3}, {200, 1}, {257, 2}, {300, 3}};
+
+void Flips() {
   std::mt19937 rng(35);
+  std::vector<test::Size> sizes(std::begin(test::kSizes), std::end(test::kSizes));
+  sizes.insert(sizes.end(), std::begin(kWideSizes), std::end(kWideSizes));
   for (int depth : test::kDepths)
-    for (auto size : test::kSizes) {
+    for (auto size : sizes) {
       const TestFrame in = test::RandomFrame(size.w, size.h, depth, rng);
       const TestFrame v = Applied(ImgOpFlipVertical, in), h = Applied(ImgOpFlipHorizontal, in);
       for (int y = 0; y < in.height; ++y)
@@ -96,11 +128,17 @@ TEST(PointOps, FlipsMoveWholePixels) {
     }
 }
 
-TEST(PointOps, RowOffsetSubtractsTheRowReference) {
+TEST(PointOps, FlipsMoveWholePixels) {
+  test::AtEveryLevel([] { Flips(); });
+}
+
+void RowOffsets() {
   std::mt19937 rng(36);
   for (int depth : {8, 10, 12, 16})
-    for (auto [mode, column] : {std::pair{0, 0}, {1, 0}, {1, 3}, {5, 6}, {1, -1}, {1, 7}, {1, INT32_MAX}}) {
-      const TestFrame in = test::RandomFrame(7, 5, depth, rng);
+    for (auto [mode, column] : {std::pair{0, 0}, {1, 0}, {1, 3}, {5, 6}, {1, -1}, {1, 7}, {1, 140}, {1, INT32_MAX}}) {
+      // Dark rows of 150 keep their smallest value above 0.
+      TestFrame in = test::RandomFrame(mode == 0 && depth % 2 ? 150 : 7, 5, depth, rng);
+      for (std::size_t i = 0; i < in.Samples() && in.width == 150; ++i) in.SetSample(i, in.GetSample(i) / 3 + 40 + i % 5);
       const TestFrame got = Applied(ImgOpRowOffset, in, mode, column);
       for (int y = 0; y < in.height; ++y) {
         std::uint32_t r = mode != 0 ? (column >= 0 && column < in.width ? in.Get(column, y, 0) : 0) : 1000;
@@ -109,14 +147,20 @@ TEST(PointOps, RowOffsetSubtractsTheRowReference) {
           ASSERT_EQ(got.Get(x, y, 0), in.Get(x, y, 0) >= r ? in.Get(x, y, 0) - r : 0) << depth << " " << mode << " " << column;
       }
     }
-  TestFrame row(9, 2, 12);  // the reference stops at 1,000
-  row.Fill(3000);
-  EXPECT_EQ(Applied(ImgOpRowOffset, row).Get(4, 1, 0), 2000u);
+  for (int width : {9, 200}) {  // the reference stops at 1,000
+    TestFrame row(width, 2, 12);
+    row.Fill(3000);
+    EXPECT_EQ(Applied(ImgOpRowOffset, row).Get(4, 1, 0), 2000u);
+  }
   for (int depth : {24, 36}) {  // colour frames stay, as they do for equalize
     const TestFrame colour = test::RandomFrame(5, 5, depth, rng);
     EXPECT_EQ(Applied(ImgOpRowOffset, colour).bytes, colour.bytes);
     EXPECT_EQ(Applied(ImgOpEqualize, colour).bytes, colour.bytes);
   }
+}
+
+TEST(PointOps, RowOffsetSubtractsTheRowReference) {
+  test::AtEveryLevel([] { RowOffsets(); });
 }
 
 TEST(ImageChain, RunsItemsInOrderAndSkipsDisabledAndUnknownCodes) {
