@@ -51,7 +51,6 @@ CDecodeRaw::CDecodeRaw(std::string_view argsPath, std::uint32_t rowIndex, std::u
     : rowIndex_(rowIndex),
       sentBySuite_(sentBySuite),
       args_(std::make_unique<JobArgs>()),
-      overlayRenderer_(std::make_unique<OverlayRenderer>()),
       overlay_(std::make_unique<OverlayConfig>()) {
   // A path that does not fit its field is kept out whole: the job then fails
   // on a missing folder instead of converting another recording.
@@ -162,9 +161,9 @@ void CDecodeRaw::WriteSidecarHead(JobRun& run) {
   timeWriter_.CloseElement("Sequence");
 }
 
-void CDecodeRaw::WriteSidecarFrame(JobRun& run, std::int32_t frameNumber) {
+void CDecodeRaw::WriteSidecarFrame(JobRun& run, const RawFrame& raw, std::int32_t frameNumber) {
   if (!run.sidecarOn || !timeWriter_.IsOpen()) return;
-  const CalendarTime t = DecodeTimeCode(rawFrame_.time, 0, 0);
+  const CalendarTime t = DecodeTimeCode(raw.time, 0, 0);
   timeWriter_.OpenElement("Frame");
   timeWriter_.WriteValue("FrameIndex", frameNumber);
   timeWriter_.WriteValue("Year", t.year);
@@ -359,14 +358,6 @@ void CDecodeRaw::OpenCompanions(JobRun& run) {
   run.shownName = ShownName(FieldText(args_->baseName), run.extension);
 }
 
-int CDecodeRaw::ConvertFrameSafely(JobRun& run, FrameHandle out, const FrameTask& task) {
-  try {
-    return ConvertFrame(run, out, task);
-  } catch (const std::bad_alloc&) {
-    return kFkOutOfMemory;
-  }
-}
-
 void CDecodeRaw::PlanFrames(JobRun& run) {
   const RecordingInfo& rec = *run.recording;
   PlanInputs in;
@@ -387,7 +378,6 @@ void CDecodeRaw::PlanFrames(JobRun& run) {
   header.serial = rawSource_.SerialNumber();
   if (header.mosaic) header.mosaicOrder = TurnedMosaicOrder(rawSource_.MosaicOrder(), rec.RotationAngle, rec.FlipCfg);
   DescribeSource(run);
-  run.buffersReady = buffers_.Size(run.plan);
 }
 
 void CDecodeRaw::DescribeSource(JobRun& run) {
@@ -418,58 +408,6 @@ void CDecodeRaw::DescribeSource(JobRun& run) {
   source.modelText = run.modelText;
 }
 
-void CDecodeRaw::RunFrames(JobRun& run) {
-  const OutputPlan& outputs = run.outputPlan;
-  if (outputs.oneFile) {
-    const FrameOptions* options = run.outputOptions ? &*run.outputOptions : nullptr;
-    if (OpenOutput(outputs.mainPath.c_str(), 1, &run.outHandle, options) == 0)
-      run.outputs.Created(outputs.mainPath);
-    else
-      run.outputs.Failed(outputs.mainPath);
-  }
-  Report(run, run.shownName, run.rowState, 1);
-  run.reported = true;
-  for (std::int32_t i = 0; i < outputs.total; ++i)
-    if (!WaitAtGate() || !RunFrame(run, outputs.TaskFor(*run.recording, i))) break;
-  if (!outputs.oneFile) return;
-  if (run.outHandle && CloseOutput(run.outHandle) != 0) run.outputs.Failed(outputs.mainPath);
-  run.outHandle = nullptr;
-  if (args_->channelsOn && FinishFile(outputs.mainPath.c_str(), 2, 1) != 0) run.outputs.Failed(outputs.mainPath);
-}
-
-bool CDecodeRaw::RunFrame(JobRun& run, const FrameTask& task) {
-  const bool ownFile = !run.outputPlan.oneFile;
-  FrameHandle handle = run.outHandle;
-  if (ownFile) {
-    handle = nullptr;
-    const FrameOptions* options = run.outputOptions ? &*run.outputOptions : nullptr;
-    if (OpenOutput(task.path.c_str(), 1, &handle, options) == 0) run.outputs.Created(task.path);
-  }
-  int result = ConvertFrameSafely(run, handle, task);
-  WriteSidecarFrame(run, task.number);
-  if (ownFile) {
-    if (handle && CloseOutput(handle) != 0 && result == 0) result = kFkWriteFailed;
-    if (result == 0 && args_->channelsOn && FinishFile(task.path.c_str(), 2, 1) != 0) result = kFkWriteFailed;
-  }
-  if (result != 0) {
-    if (ownFile && handle) {
-      // The frame's file holds no whole frame: it goes.
-      std::remove(task.path.c_str());
-      run.outputs.Removed(task.path);
-    } else if (!ownFile) {
-      // Close the file in good order: a frame once more, as the file's last.
-      const FrameTask closing = ClosingTask(task);
-      ConvertFrameSafely(run, run.outHandle, closing);
-      WriteSidecarFrame(run, closing.number);
-    }
-    Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, task.path);
-    return false;
-  }
-  ++run.facts.framesWritten;
-  Report(run, ownFile ? std::string(LastComponent(task.path)) : run.shownName, kProgressOnly, task.index + 1);
-  return true;
-}
-
 void CDecodeRaw::CloseCompanions(JobRun& run) {
   if (run.movieHandle && CloseOutput(run.movieHandle) != 0) run.outputs.Failed(run.moviePath);
   run.movieHandle = nullptr;
@@ -496,9 +434,7 @@ void CDecodeRaw::CommonEnd(JobRun& run) {
   CloseCompanions(run);
   logos_[0].Free();
   logos_[1].Free();
-  rawFrame_ = {};
-  movieFrame_ = {};
-  buffers_.Release();
+  slots_.clear();
   recordings_.Clear();
   imageOps_.Clear();
   rawSource_.Close();
