@@ -35,6 +35,7 @@ struct RawFrame {
 
 // Reads frame `index` of `source` into `frame` (three tries, as a busy disk
 // may fail once) with its records; `pixels` grows to the driver's frame size.
+// A frame that cannot be read comes with its records cleared.
 void ReadRawFrame(RawSource& source, std::int32_t index, bool cameraBlock, RawFrame& frame);
 
 class FrameReadAhead {
