@@ -65,6 +65,7 @@ struct FakeJobPlan {
 struct FakeJobWorld {
   std::counting_semaphore<1000> frameRelease{0};
   std::atomic<int> running{0}, mostRunning{0}, started{0}, deleted{0};
+  std::atomic<int> aborted{0};  // jobs that stopped on their abort flag before their last frame
 };
 
 class FakeJob : public ConversionJob {
@@ -124,7 +125,7 @@ class FakeJob : public ConversionJob {
     report_(context_, row_, "out.tif", start, 1, 1, plan_.frames);
     for (std::int32_t i = 0; i < plan_.frames; ++i) {
       gate_.Wait();
-      if (abortFlag_) { statusCode_ = 107; break; }
+      if (abortFlag_) { statusCode_ = 107, ++world_.aborted; break; }
       if (plan_.stepByStep) world_.frameRelease.acquire();
       report_(context_, row_, "out.tif", start, -1, i + 1, plan_.frames);
     }
