@@ -13,11 +13,12 @@
 // frames than asked for is reported as failed, not timed. Work happens on
 // tmpfs when /dev/shm is one, so that the disk does not decide.
 //
-//   bench_convert [--quick] [--runs N] [--frames N] [--dir FOLDER]
+//   bench_convert [--quick] [--runs N] [--frames N] [--dir FOLDER] [--cli PROGRAM]
 //
 // By default 300 frames, each figure the fastest of two runs, and 2,000
 // frames of 640 x 512 for the memory: about four minutes on two cores.
 // --quick: 60 frames, one run, 1,000 frames of 320 x 256: about half a minute.
+// --cli PROGRAM times another build's tarnvel-cli (this build's by default).
 #include <linux/magic.h>
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -48,8 +49,8 @@ constexpr std::uint32_t kSpeedWidth = 1280, kSpeedHeight = 1024;
 
 struct Settings {
   bool quick = false;
-  int runs = 0;                // each figure is the fastest of this many runs; 0: as the mode has it
-  std::uint32_t frames = 300;  // speed rows
+  int runs = 0;              // each figure is the fastest of this many runs; 0: as the mode has it
+  std::uint32_t frames = 0;  // speed rows, as the mode or --frames has it
   std::uint32_t memoryWidth = 640, memoryHeight = 512;
   std::uint32_t memoryFrames = 2000, memoryFewFrames = 100;
   fs::path work;
@@ -442,7 +443,8 @@ fs::path DefaultScratch() {
 }
 
 bool ParseSettings(int argc, char** argv, Settings& s) {
-  std::optional<fs::path> folder;
+  std::optional<fs::path> folder, cli;
+  std::optional<std::uint32_t> frames;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     const bool hasValue = i + 1 < argc;
@@ -451,9 +453,11 @@ bool ParseSettings(int argc, char** argv, Settings& s) {
     } else if (arg == "--runs" && hasValue) {
       s.runs = std::max(1, std::atoi(argv[++i]));
     } else if (arg == "--frames" && hasValue) {
-      s.frames = static_cast<std::uint32_t>(std::clamp(std::atoi(argv[++i]), 2, 100000));
+      frames = static_cast<std::uint32_t>(std::clamp(std::atoi(argv[++i]), 2, 100000));
     } else if (arg == "--dir" && hasValue) {
       folder = argv[++i];
+    } else if (arg == "--cli" && hasValue) {
+      cli = fs::absolute(argv[++i]);
     } else {
       return false;
     }
@@ -461,14 +465,14 @@ bool ParseSettings(int argc, char** argv, Settings& s) {
   // Two runs each at full size fit in about four minutes on two cores (the
   // ffmpeg chains take most of it).
   if (s.runs == 0) s.runs = s.quick ? 1 : 2;
+  s.frames = frames.value_or(s.quick ? 60 : 300);
   if (s.quick) {
-    s.frames = std::min<std::uint32_t>(s.frames, 60);
     s.memoryWidth = 320;
     s.memoryHeight = 256;
     s.memoryFrames = 1000;
   }
   s.work = folder.value_or(DefaultScratch()) / ("tarnvel-bench-convert-" + std::to_string(getpid()));
-  s.cli = fs::canonical("/proc/self/exe").parent_path().parent_path() / "apps/tarnvel-cli";
+  s.cli = cli.value_or(fs::canonical("/proc/self/exe").parent_path().parent_path() / "apps/tarnvel-cli");
   return true;
 }
 
@@ -477,7 +481,7 @@ bool ParseSettings(int argc, char** argv, Settings& s) {
 int main(int argc, char** argv) {
   Settings s;
   if (!ParseSettings(argc, argv, s)) {
-    std::fprintf(stderr, "usage: bench_convert [--quick] [--runs N] [--frames N] [--dir FOLDER]\n");
+    std::fprintf(stderr, "usage: bench_convert [--quick] [--runs N] [--frames N] [--dir FOLDER] [--cli PROGRAM]\n");
     return 2;
   }
   fs::remove_all(s.work);
