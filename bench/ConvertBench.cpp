@@ -396,15 +396,20 @@ struct MemoryRow {
 bool MemoryLine(const Settings& s, const MemoryRow& row, const fs::path& recording) {
   const Command convert = PrepareConversion(s, row.output, recording);
   double peakMiB[2] = {-1, -1};
+  std::string cells[2] = {"failed", "failed"};
   const std::uint32_t counts[2] = {s.memoryFewFrames, s.memoryFrames};
   for (int i = 0; i < 2; ++i) {
     SetKey(recording / "args.ini", "Arg03", std::to_string(counts[i]));
     const std::optional<ChildRun> run = RunChecked(convert, counts[i], s.work);
-    if (run) peakMiB[i] = static_cast<double>(run->peakKiB) / 1024.0;
+    if (!run) continue;
+    peakMiB[i] = static_cast<double>(run->peakKiB) / 1024.0;
+    char text[24];
+    std::snprintf(text, sizeof text, "%.1f", peakMiB[i]);
+    cells[i] = text;
   }
   const bool ok = peakMiB[0] > 0 && peakMiB[1] > 0;
   const double ratio = ok ? peakMiB[1] / peakMiB[0] : -1;
-  std::printf("%-24s %12.1f %12.1f %8s  %s\n", row.name, peakMiB[0], peakMiB[1], RatioText(ratio).c_str(),
+  std::printf("%-24s %12s %12s %8s  %s\n", row.name, cells[0].c_str(), cells[1].c_str(), RatioText(ratio).c_str(),
               Verdict(ratio, 1.10, false));
   std::fflush(stdout);
   return ok;
