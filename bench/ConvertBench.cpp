@@ -24,6 +24,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -45,6 +47,7 @@ namespace {
 
 constexpr const char* kWorkersVariable = "TARNVEL_FRAME_WORKERS";
 constexpr const char* kBaseName = "f";
+constexpr const char* kWorkPrefix = "tarnvel-bench-convert-";
 constexpr std::uint32_t kSpeedWidth = 1280, kSpeedHeight = 1024;
 
 struct Settings {
@@ -447,6 +450,18 @@ fs::path DefaultScratch() {
   return fs::temp_directory_path();
 }
 
+// Work folders of earlier runs that were interrupted (Ctrl-C, a closed
+// pipe): on tmpfs they would hold gigabytes of memory until the next boot.
+void RemoveLeftovers(const fs::path& parent) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(parent, error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.rfind(kWorkPrefix, 0) != 0) continue;
+    const long pid = std::atol(name.c_str() + std::string(kWorkPrefix).size());
+    if (pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) fs::remove_all(entry.path(), error);
+  }
+}
+
 bool ParseSettings(int argc, char** argv, Settings& s) {
   std::optional<fs::path> folder, cli;
   std::optional<std::uint32_t> frames;
@@ -476,7 +491,7 @@ bool ParseSettings(int argc, char** argv, Settings& s) {
     s.memoryHeight = 256;
     s.memoryFrames = 1000;
   }
-  s.work = folder.value_or(DefaultScratch()) / ("tarnvel-bench-convert-" + std::to_string(getpid()));
+  s.work = folder.value_or(DefaultScratch()) / (kWorkPrefix + std::to_string(getpid()));
   s.cli = cli.value_or(fs::canonical("/proc/self/exe").parent_path().parent_path() / "apps/tarnvel-cli");
   return true;
 }
@@ -489,7 +504,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: bench_convert [--quick] [--runs N] [--frames N] [--dir FOLDER] [--cli PROGRAM]\n");
     return 2;
   }
-  fs::remove_all(s.work);
+  RemoveLeftovers(s.work.parent_path());
   fs::create_directories(s.work);
   tarnvel::DriverInit(0);
   const bool speedOk = SpeedTable(s);
