@@ -187,7 +187,6 @@ int CDecodeRaw::ConvertJob() {
   try {
     if (Prepare(run) != 0) {
       // Nothing was written: no report, and the run state stays.
-      readAhead_.Stop();
       rawSource_.Close();
       imageOps_.Clear();
       SetFinal(statusCode_ == kMsgAborted ? RowStatus::Abort : RowStatus::Error);
@@ -200,7 +199,6 @@ int CDecodeRaw::ConvertJob() {
     // outputs are closed below like after any failure.
     if (statusCode_ == 0) Fail(kMsgOutOfMemory, e.what());
   }
-  readAhead_.Stop();
   CommonEnd(run);
   return FinalStatus() == RowStatus::Done ? 0 : -1;
 }
@@ -276,15 +274,11 @@ int CDecodeRaw::OpenSource(JobRun& run) {
   rawSource_.SetTemperature(args_->temperature);
   rec.PixelDepth = rawSource_.PixelDepth();
   if (rec.OutputPixelDepth == 0) rec.OutputPixelDepth = rec.PixelDepth;
-  bool sourceReady = rawSource_.Geometry(geometry_);
-  if (sourceReady) {
-    // The frames come through a second handle, in the delivery the main output takes.
-    const framekit::FileTypeDescriptor* type = framekit::FindFileType(rec.FileType);
-    run.mosaicMode = type && (type->source == framekit::FrameSource::kRawFrame ||
-                              (framekit::Has(*type, framekit::kMosaic) && IsColour(geometry_.bits)));
-    sourceReady = readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) == 0;
-  }
-  if (!sourceReady) return Fail(kMsgRawOpenFailed, run.recordingFolder);
+  if (!rawSource_.Geometry(geometry_)) return Fail(kMsgRawOpenFailed, run.recordingFolder);
+  // The frames come through handles of their own, in the delivery the main output takes.
+  const framekit::FileTypeDescriptor* type = framekit::FindFileType(rec.FileType);
+  run.mosaicMode = type && (type->source == framekit::FrameSource::kRawFrame ||
+                            (framekit::Has(*type, framekit::kMosaic) && IsColour(geometry_.bits)));
   return 0;
 }
 

@@ -17,11 +17,11 @@
 #include "engine/ConversionJob.h"
 #include "engine/FrameGeometry.h"
 #include "engine/FramePlan.h"
-#include "engine/FrameReadAhead.h"
 #include "engine/FrameSlot.h"
 #include "engine/JobArgs.h"
 #include "engine/JobOverrides.h"
 #include "engine/OutputPlan.h"
+#include "engine/RawFrame.h"
 #include "engine/RawSource.h"
 #include "engine/XmlFileWriter.h"
 #include "frames/ImageOps.h"
@@ -72,9 +72,11 @@ class CDecodeRaw final : public ConversionJob {
  private:
   int Fail(std::int32_t code, std::string_view text);
   // The frame step of one frame, in the stages of FrameStep.h with this
-  // run's plan. Taking the raw frame and its block, on the job's thread in
-  // frame order; 0 or the frame's failure.
-  int TakeFrame(JobRun& run, FrameSlot& slot);
+  // run's plan. A clean slot for the frame; -1 when the run has no buffers.
+  int StartFrame(const JobRun& run, FrameSlot& slot) const;
+  // The raw frame on the slot's own handle, its block and capture record;
+  // 0 or the frame's failure.
+  int ReadFrame(JobRun& run, FrameSlot& slot);
   // Placing, chain, depth and burn-ins into the slot's buffers (on a worker).
   int ConvertSlot(JobRun& run, FrameSlot& slot);
   // Placing, chain and depth: an empty view when the delivery is short.
@@ -144,7 +146,6 @@ class CDecodeRaw final : public ConversionJob {
   std::uint32_t rowIndex_;
   std::uint32_t sentBySuite_;
   bool hasCameraBlock_ = false;
-  FrameReadAhead readAhead_;  // the delivery of the main output
   std::vector<std::unique_ptr<FrameSlot>> slots_;  // the frames under way
   std::mutex movieSourceMutex_;                     // rawSource_ while frames are under way
   std::vector<std::uint8_t> backgroundFrame_;

@@ -128,7 +128,7 @@ void FramePipeline::Work() {
   }
 }
 
-unsigned FrameWorkerCount(unsigned jobsRunning) {
+unsigned FrameWorkerCount(unsigned jobsRunning, bool writesOnJobThread) {
   if (const char* forced = std::getenv("TARNVEL_FRAME_WORKERS"); forced && *forced >= '0' && *forced <= '9') {
     char* end = nullptr;
     errno = 0;
@@ -136,7 +136,8 @@ unsigned FrameWorkerCount(unsigned jobsRunning) {
     if (errno == 0 && *end == '\0' && count >= 1) return static_cast<unsigned>(std::min(count, kMostWorkers));
   }
   const unsigned machine = std::max(std::thread::hardware_concurrency(), 1u);
-  return std::max(machine / std::max(jobsRunning, 1u), 1u);
+  const unsigned share = machine / std::max(jobsRunning, 1u);
+  return std::max(writesOnJobThread ? share - std::min(share, 1u) : share, 1u);
 }
 
 RunningFrameJob::RunningFrameJob() : running_(++g_frameJobs) {}

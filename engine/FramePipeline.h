@@ -70,8 +70,10 @@ class FramePipeline {
 
 // How many workers a job's frames get: TARNVEL_FRAME_WORKERS when it holds a
 // whole number from 1 on, else the machine's hardware threads shared evenly
-// between the jobs converting at the moment (at least one each).
-unsigned FrameWorkerCount(unsigned jobsRunning);
+// between the jobs converting at the moment (at least one each). A job whose
+// own thread writes every frame (one multi-frame file or movie, encoded in
+// frame order) counts that thread as one of its share.
+unsigned FrameWorkerCount(unsigned jobsRunning, bool writesOnJobThread);
 
 // Counts the jobs converting frames while it lives, for FrameWorkerCount.
 class RunningFrameJob {

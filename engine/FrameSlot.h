@@ -1,5 +1,5 @@
 // One frame under way in a job's frame pipeline, with everything the frame
-// step changes while it works on that frame: its raw frame and records, its
+// step changes while it works on that frame: its driver handle, raw frame and records, its
 // buffers, its image processor, its overlay texts. What every frame only
 // reads (the plan, the chain, the logos, the background, the channel data)
 // stays with the job.
@@ -9,8 +9,9 @@
 #include <cstdint>
 
 #include "engine/FramePlan.h"
-#include "engine/FrameReadAhead.h"
 #include "engine/OutputPlan.h"
+#include "engine/RawFrame.h"
+#include "engine/RawSource.h"
 #include "frames/ImageProcessor.h"
 #include "frames/overlay/LocaleFormat.h"
 #include "frames/overlay/OverlayItems.h"
@@ -24,6 +25,8 @@ struct FrameSlot {
   explicit FrameSlot(const LocaleFormat& locale) : renderer(locale) {}
 
   FrameTask task;
+  RawSource source;   // a driver handle of its own, in the main output's delivery
+  bool readDue = false;  // the raw frame is read on the worker
   RawFrame raw;       // as delivered, with the records that belong to it
   RawFrame movieRaw;  // the processed frame a plain output's companion movie reads
   FrameBuffers buffers;

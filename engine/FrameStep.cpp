@@ -116,15 +116,18 @@ std::int32_t ShowState(std::int32_t frameIndex, std::int32_t frameTotal, std::in
 
 // ------------------------------------------------------------------ the job's side
 
-int CDecodeRaw::TakeFrame(JobRun& run, FrameSlot& slot) {
-  const FrameTask& task = slot.task;
+int CDecodeRaw::StartFrame(const JobRun& run, FrameSlot& slot) const {
   slot.frame = slot.shown = {};
   slot.movieResult = 0;
-  slot.movieReady = slot.fileCreated = false;
-  if (!run.buffersReady) return -1;  // the run's frame buffers could not be had
-  readAhead_.Take(task.index, task.index + 1 < task.total ? task.index + 1 : -1, slot.raw);
+  slot.movieReady = slot.fileCreated = slot.readDue = false;
+  return run.buffersReady ? 0 : -1;  // the run's frame buffers (and handles) could not be had
+}
+
+int CDecodeRaw::ReadFrame(JobRun& run, FrameSlot& slot) {
+  const FrameTask& task = slot.task;
+  slot.readDue = false;
+  ReadRawFrame(slot.source, task.index, hasCameraBlock_, slot.raw);
   if (slot.raw.result != 0) return slot.raw.result;
-  // The block is built in frame order: the first frame's settles the GEV timings of the run.
   BuildBlock(run, slot);
   slot.capture = DescribeCapture(*run.recording, slot.raw.time, task.number, task.sequenceIndex,
                                  FrameExposure(run, slot.raw), run.modelText,

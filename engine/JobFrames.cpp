@@ -1,5 +1,5 @@
 // The job's frames through its frame pipeline: each frame begun in order on
-// the job's thread (raw frame, block), its frame step on a worker, and
+// the job's thread, read and put through its frame step on a worker, and
 // finished in order on the job's thread again (the writes that need the
 // order, sidecar, report). A frame that is a file of its own is written and
 // closed on its worker. The pause gate stands before both ends: no frame
@@ -43,7 +43,7 @@ void CDecodeRaw::RunFrames(JobRun& run) {
   Report(run, run.shownName, run.rowState, 1);
   run.reported = true;
   const RunningFrameJob running;
-  const unsigned workers = FrameWorkerCount(running.JobsRunning());
+  const unsigned workers = FrameWorkerCount(running.JobsRunning(), outputs.oneFile);
   // Two frames more than workers: one being begun, one waiting for its turn to be written.
   FramePipeline pipeline(workers, workers + 2);
   run.buffersReady = SizeSlots(run, pipeline.Slots());
@@ -65,7 +65,8 @@ bool CDecodeRaw::SizeSlots(const JobRun& run, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     auto slot = std::make_unique<FrameSlot>(locale_);
     slot->overlay = *overlay_;
-    if (!slot->buffers.Size(run.plan)) return false;
+    if (!slot->buffers.Size(run.plan) || slot->source.Open(run.recordingFolder.c_str()) != 0) return false;
+    if (run.mosaicMode) slot->source.SetMosaicDelivery(true);
     slots_.push_back(std::move(slot));
   }
   return true;
@@ -74,11 +75,16 @@ bool CDecodeRaw::SizeSlots(const JobRun& run, std::size_t count) {
 bool CDecodeRaw::BeginFrame(JobRun& run, FrameSlot& slot, std::int32_t index) {
   if (!WaitAtGate()) return false;
   slot.task = run.outputPlan.TaskFor(*run.recording, index);
-  slot.result = Safely([&] { return TakeFrame(run, slot); });
+  slot.result = StartFrame(run, slot);
+  // The first frame's block settles the run's GEV timings that every later
+  // block reads: it is read here, before any other frame can be.
+  if (slot.result == 0 && index == 0) slot.result = Safely([&] { return ReadFrame(run, slot); });
+  slot.readDue = slot.result == 0 && index != 0;
   return true;
 }
 
 void CDecodeRaw::ProcessSlot(JobRun& run, FrameSlot& slot) {
+  if (slot.readDue) slot.result = Safely([&] { return ReadFrame(run, slot); });
   if (!run.outputPlan.oneFile) return WriteOwnFile(run, slot);
   slot.result = Safely([&] { return ConvertSlot(run, slot); });
   // Read ahead of its turn: the movie takes it once the main file has taken the frame.
@@ -154,7 +160,8 @@ void CDecodeRaw::DiscardFrame(const JobRun& run, const FrameSlot& slot) {
 void CDecodeRaw::CloseInGoodOrder(JobRun& run, FrameSlot& slot) {
   // A frame once more, as the file's last, so that the file stays readable.
   slot.task = ClosingTask(slot.task);
-  slot.result = Safely([&] { return TakeFrame(run, slot); });
+  slot.result = StartFrame(run, slot);
+  slot.readDue = slot.result == 0;
   ProcessSlot(run, slot);
   WriteInOrder(run, slot);
   WriteSidecarFrame(run, slot.raw, slot.task.number);

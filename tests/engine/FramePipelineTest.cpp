@@ -137,14 +137,18 @@ TEST(FramePipeline, WorkerCountFromTheMachineOrForced) {
   const std::string saved = before ? before : "";
   const unsigned machine = std::max(std::thread::hardware_concurrency(), 1u);
   unsetenv("TARNVEL_FRAME_WORKERS");
-  EXPECT_EQ(FrameWorkerCount(1), machine);
-  EXPECT_EQ(FrameWorkerCount(machine * 2), 1u) << "at least one worker per job";
-  EXPECT_EQ(FrameWorkerCount(2), std::max(machine / 2, 1u)) << "jobs share the machine";
+  EXPECT_EQ(FrameWorkerCount(1, false), machine);
+  EXPECT_EQ(FrameWorkerCount(1, true), std::max(machine - 1, 1u)) << "the job's thread writes: one worker less";
+  EXPECT_EQ(FrameWorkerCount(machine * 2, false), 1u) << "at least one worker per job";
+  EXPECT_EQ(FrameWorkerCount(machine * 2, true), 1u);
+  EXPECT_EQ(FrameWorkerCount(2, false), std::max(machine / 2, 1u)) << "jobs share the machine";
   for (const auto& [text, expected] : std::vector<std::pair<const char*, unsigned>>{
            {"1", 1}, {"3", 3}, {"0", machine}, {"-2", machine}, {"2x", machine}, {"", machine}, {" 2", machine},
            {"99999999999999999999", machine}, {"100000", 256}}) {
     setenv("TARNVEL_FRAME_WORKERS", text, 1);
-    EXPECT_EQ(FrameWorkerCount(1), expected) << '"' << text << '"';
+    EXPECT_EQ(FrameWorkerCount(1, false), expected) << '"' << text << '"';
+    EXPECT_EQ(FrameWorkerCount(1, true), expected == machine ? std::max(machine - 1, 1u) : expected)
+        << "a forced count holds for every output";
   }
   if (before)
     setenv("TARNVEL_FRAME_WORKERS", saved.c_str(), 1);
