@@ -45,19 +45,12 @@ std::string ExtensionOf(std::int32_t type) {
   return text;
 }
 
-// The index of frame i in the companion movie, -1 when it is not in it.
-std::int32_t MovieIndexOf(const JobRun& run, std::int32_t i) {
-  const RecordingInfo& rec = *run.recording;
-  return run.movieFrames != 0 && InMovieRange(rec, i) ? rec.StartIdx + i - rec.StartAvi : -1;
-}
-
 }  // namespace
 
 CDecodeRaw::CDecodeRaw(std::string_view argsPath, std::uint32_t rowIndex, std::uint32_t sentBySuite)
     : rowIndex_(rowIndex),
       sentBySuite_(sentBySuite),
       args_(std::make_unique<JobArgs>()),
-      overlayRenderer_(std::make_unique<OverlayRenderer>()),
       overlay_(std::make_unique<OverlayConfig>()) {
   // A path that does not fit its field is kept out whole: the job then fails
   // on a missing folder instead of converting another recording.
@@ -168,9 +161,9 @@ void CDecodeRaw::WriteSidecarHead(JobRun& run) {
   timeWriter_.CloseElement("Sequence");
 }
 
-void CDecodeRaw::WriteSidecarFrame(JobRun& run, std::int32_t frameNumber) {
+void CDecodeRaw::WriteSidecarFrame(JobRun& run, const RawFrame& raw, std::int32_t frameNumber) {
   if (!run.sidecarOn || !timeWriter_.IsOpen()) return;
-  const CalendarTime t = DecodeTimeCode(rawFrame_.time, 0, 0);
+  const CalendarTime t = DecodeTimeCode(raw.time, 0, 0);
   timeWriter_.OpenElement("Frame");
   timeWriter_.WriteValue("FrameIndex", frameNumber);
   timeWriter_.WriteValue("Year", t.year);
@@ -194,7 +187,6 @@ int CDecodeRaw::ConvertJob() {
   try {
     if (Prepare(run) != 0) {
       // Nothing was written: no report, and the run state stays.
-      readAhead_.Stop();
       rawSource_.Close();
       imageOps_.Clear();
       SetFinal(statusCode_ == kMsgAborted ? RowStatus::Abort : RowStatus::Error);
@@ -207,7 +199,6 @@ int CDecodeRaw::ConvertJob() {
     // outputs are closed below like after any failure.
     if (statusCode_ == 0) Fail(kMsgOutOfMemory, e.what());
   }
-  readAhead_.Stop();
   CommonEnd(run);
   return FinalStatus() == RowStatus::Done ? 0 : -1;
 }
@@ -283,15 +274,11 @@ int CDecodeRaw::OpenSource(JobRun& run) {
   rawSource_.SetTemperature(args_->temperature);
   rec.PixelDepth = rawSource_.PixelDepth();
   if (rec.OutputPixelDepth == 0) rec.OutputPixelDepth = rec.PixelDepth;
-  bool sourceReady = rawSource_.Geometry(geometry_);
-  if (sourceReady) {
-    // The frames come through a second handle, in the delivery the main output takes.
-    const framekit::FileTypeDescriptor* type = framekit::FindFileType(rec.FileType);
-    run.mosaicMode = type && (type->source == framekit::FrameSource::kRawFrame ||
-                              (framekit::Has(*type, framekit::kMosaic) && IsColour(geometry_.bits)));
-    sourceReady = readAhead_.Start(run.recordingFolder.c_str(), run.mosaicMode, hasCameraBlock_) == 0;
-  }
-  if (!sourceReady) return Fail(kMsgRawOpenFailed, run.recordingFolder);
+  if (!rawSource_.Geometry(geometry_)) return Fail(kMsgRawOpenFailed, run.recordingFolder);
+  // The frames come through handles of their own, in the delivery the main output takes.
+  const framekit::FileTypeDescriptor* type = framekit::FindFileType(rec.FileType);
+  run.mosaicMode = type && (type->source == framekit::FrameSource::kRawFrame ||
+                            (framekit::Has(*type, framekit::kMosaic) && IsColour(geometry_.bits)));
   return 0;
 }
 
@@ -302,10 +289,16 @@ std::string CDecodeRaw::OutputNameProblem(JobRun& run) {
   const RecordingInfo& rec = *run.recording;
   const std::string baseName(FieldText(args_->baseName));
   const std::string tooLong = " is no plain file name, or the path it makes is too long";
-  if (HasCapability(rec.FileType, kCapMultiFrameFile)) {
+  OutputPlan& plan = run.outputPlan;
+  plan.oneFile = HasCapability(rec.FileType, kCapMultiFrameFile);
+  plan.folder = run.outputFolder;
+  plan.baseName = baseName;
+  plan.extension = run.extension;
+  plan.total = args_->frameCount;
+  if (plan.oneFile) {
     const auto path = MultiFrameOutputPath(run.outputFolder, baseName, run.extension);
     if (!path) return "the base name Arg02 \"" + baseName + "\"" + tooLong;
-    run.mainPath = *path;
+    plan.mainPath = *path;
   } else if (args_->frameCount > 0) {
     for (const std::int32_t i : {0, args_->frameCount - 1})
       if (!FrameOutputPath(run.outputFolder, baseName, OutputFrameNumber(rec, i), run.extension))
@@ -342,7 +335,7 @@ void CDecodeRaw::PrepareBuffersAndChannels(JobRun& run) {
 void CDecodeRaw::OpenCompanions(JobRun& run) {
   const RecordingInfo& rec = *run.recording;
   if (args_->companionMovie != 0) {
-    run.movieFrames = rec.StopAvi - rec.StartAvi + 1;
+    run.outputPlan.movieFrames = rec.StopAvi - rec.StartAvi + 1;
     EnsurePath(run.moviePath);
     if (OpenOutput(run.moviePath.c_str(), 1, &run.movieHandle, run.movieOptions ? &*run.movieOptions : nullptr) == 0)
       run.outputs.Created(run.moviePath);
@@ -357,16 +350,6 @@ void CDecodeRaw::OpenCompanions(JobRun& run) {
   PlanFrames(run);
   run.rowState = run.movieHandle ? 5 : 1;
   run.shownName = ShownName(FieldText(args_->baseName), run.extension);
-}
-
-int CDecodeRaw::ConvertFrameSafely(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                                   std::int32_t movieIndex, std::int32_t movieTotal) {
-  try {
-    return ConvertFrame(run, out, frameNumber, sequenceIndex, outputPath, frameIndex, frameTotal, movieIndex, movieTotal);
-  } catch (const std::bad_alloc&) {
-    return kFkOutOfMemory;
-  }
 }
 
 void CDecodeRaw::PlanFrames(JobRun& run) {
@@ -389,7 +372,6 @@ void CDecodeRaw::PlanFrames(JobRun& run) {
   header.serial = rawSource_.SerialNumber();
   if (header.mosaic) header.mosaicOrder = TurnedMosaicOrder(rawSource_.MosaicOrder(), rec.RotationAngle, rec.FlipCfg);
   DescribeSource(run);
-  run.buffersReady = buffers_.Size(run.plan);
 }
 
 void CDecodeRaw::DescribeSource(JobRun& run) {
@@ -420,81 +402,6 @@ void CDecodeRaw::DescribeSource(JobRun& run) {
   source.modelText = run.modelText;
 }
 
-int CDecodeRaw::RunFrames(JobRun& run) {
-  if (HasCapability(run.recording->FileType, kCapMultiFrameFile))
-    RunMultiFrameFile(run);
-  else
-    RunFrameFiles(run);
-  return 0;
-}
-
-void CDecodeRaw::RunMultiFrameFile(JobRun& run) {
-  RecordingInfo& rec = *run.recording;
-  const std::int32_t total = args_->frameCount;
-  if (OpenOutput(run.mainPath.c_str(), 1, &run.outHandle, run.outputOptions ? &*run.outputOptions : nullptr) == 0)
-    run.outputs.Created(run.mainPath);
-  else
-    run.outputs.Failed(run.mainPath);
-  Report(run, run.shownName, run.rowState, 1);
-  run.reported = true;
-  for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) break;
-    const std::int32_t frameNumber = OutputFrameNumber(rec, i);
-    std::int32_t movieIndex = MovieIndexOf(run, i);
-    const int result = ConvertFrameSafely(run, run.outHandle, frameNumber, SourceFramePosition(rec, i), run.mainPath, i,
-                                          total, movieIndex, run.movieFrames);
-    WriteSidecarFrame(run, frameNumber);
-    if (result != 0) {
-      // Close the file in good order: this frame once more, as the last of i + 1.
-      if (i < total - 1) ++i;
-      if (movieIndex != -1) run.movieFrames = ++movieIndex + 1;
-      ConvertFrameSafely(run, run.outHandle, frameNumber, i, run.mainPath, i, i + 1, movieIndex, run.movieFrames);
-      WriteSidecarFrame(run, frameNumber);
-      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, run.mainPath);
-      break;
-    }
-    ++run.facts.framesWritten;
-    Report(run, run.shownName, kProgressOnly, i + 1);
-  }
-  if (run.outHandle && CloseOutput(run.outHandle) != 0) run.outputs.Failed(run.mainPath);
-  run.outHandle = nullptr;
-  if (args_->channelsOn && FinishFile(run.mainPath.c_str(), 2, 1) != 0) run.outputs.Failed(run.mainPath);
-}
-
-void CDecodeRaw::RunFrameFiles(JobRun& run) {
-  RecordingInfo& rec = *run.recording;
-  const std::int32_t total = args_->frameCount;
-  const std::string baseName(FieldText(args_->baseName));
-  Report(run, run.shownName, run.rowState, 1);
-  run.reported = true;
-  for (std::int32_t i = 0; i < total; ++i) {
-    if (!WaitAtGate()) break;
-    const std::int32_t frameNumber = OutputFrameNumber(rec, i);
-    // Both ends of the range were checked before the run: every number between fits.
-    const std::string framePath = FrameOutputPath(run.outputFolder, baseName, frameNumber, run.extension).value_or("");
-    FrameHandle handle = nullptr;
-    if (OpenOutput(framePath.c_str(), 1, &handle, run.outputOptions ? &*run.outputOptions : nullptr) == 0)
-      run.outputs.Created(framePath);
-    const std::int32_t movieIndex = MovieIndexOf(run, i);
-    int result = ConvertFrameSafely(run, handle, frameNumber, SourceFramePosition(rec, i), framePath, i, total,
-                                    movieIndex, run.movieFrames);
-    WriteSidecarFrame(run, frameNumber);
-    if (handle && CloseOutput(handle) != 0 && result == 0) result = kFkWriteFailed;
-    if (result == 0 && args_->channelsOn && FinishFile(framePath.c_str(), 2, 1) != 0) result = kFkWriteFailed;
-    if (result != 0) {
-      // The frame's file holds no whole frame: it goes, and the run stops.
-      if (handle) {
-        std::remove(framePath.c_str());
-        run.outputs.Removed(framePath);
-      }
-      Fail(result < 0 ? kMsgFrameFailedNegative : kMsgFrameFailedPositive, framePath);
-      break;
-    }
-    ++run.facts.framesWritten;
-    Report(run, std::string(LastComponent(framePath)), kProgressOnly, i + 1);
-  }
-}
-
 void CDecodeRaw::CloseCompanions(JobRun& run) {
   if (run.movieHandle && CloseOutput(run.movieHandle) != 0) run.outputs.Failed(run.moviePath);
   run.movieHandle = nullptr;
@@ -521,9 +428,7 @@ void CDecodeRaw::CommonEnd(JobRun& run) {
   CloseCompanions(run);
   logos_[0].Free();
   logos_[1].Free();
-  rawFrame_ = {};
-  movieFrame_ = {};
-  buffers_.Release();
+  slots_.clear();
   recordings_.Clear();
   imageOps_.Clear();
   rawSource_.Close();

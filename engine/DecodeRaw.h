@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -16,13 +17,16 @@
 #include "engine/ConversionJob.h"
 #include "engine/FrameGeometry.h"
 #include "engine/FramePlan.h"
-#include "engine/FrameReadAhead.h"
+#include "engine/FrameSlot.h"
 #include "engine/JobArgs.h"
 #include "engine/JobOverrides.h"
+#include "engine/OutputPlan.h"
+#include "engine/RawFrame.h"
 #include "engine/RawSource.h"
 #include "engine/XmlFileWriter.h"
 #include "frames/ImageOps.h"
 #include "frames/ImageProcessor.h"
+#include "frames/overlay/LocaleFormat.h"
 #include "frames/overlay/LogoImage.h"
 #include "frames/overlay/OverlayItems.h"
 #include "platform/cordage/TextField.h"
@@ -67,29 +71,28 @@ class CDecodeRaw final : public ConversionJob {
 
  private:
   int Fail(std::int32_t code, std::string_view text);
-  // One frame from source to sink, and to the companion movie: the stages of
-  // the frame step (FrameStep.h) with this run's plan.
-  int ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                   std::int32_t movieIndex, std::int32_t movieTotal);
-  // Placing, chain and depth: the delivered frame into `work`, converted into
-  // `output` when due. An empty view when the delivery is short.
-  ImageView ProcessFrame(const FramePlan& plan, const RawFrame& raw, ImageView work, ImageView output);
+  // The frame step of one frame, in the stages of FrameStep.h with this
+  // run's plan. A clean slot for the frame; -1 when the run has no buffers.
+  int StartFrame(const JobRun& run, FrameSlot& slot) const;
+  // The raw frame on the slot's own handle, its block and capture record;
+  // 0 or the frame's failure.
+  int ReadFrame(JobRun& run, FrameSlot& slot);
+  // Placing, chain, depth and burn-ins into the slot's buffers (on a worker).
+  int ConvertSlot(JobRun& run, FrameSlot& slot);
+  // Placing, chain and depth: an empty view when the delivery is short.
+  ImageView ProcessFrame(const FramePlan& plan, FrameSlot& slot);
   // The background image for a picture of that size and depth, or none.
   ConstImageView Background(const ConstImageView& picture) const;
   // Markers, logos and text, plot: returns the frame to write.
-  ImageView BurnIn(JobRun& run, ImageView frame, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal);
-  void PlaceOverlayTexts(JobRun& run, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                         const std::string& outputPath, std::int32_t frameIndex, std::int32_t showState);
+  ImageView BurnIn(const JobRun& run, FrameSlot& slot, ImageView frame) const;
+  void PlaceOverlayTexts(const JobRun& run, FrameSlot& slot, std::int32_t showState) const;
   void SetUpPlot(const JobRun& run, CDataBmp& plot) const;
-  std::uint32_t FrameExposure(const JobRun& run) const;
-  void BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frameNumber, std::int32_t frameIndex,
-                  std::int32_t frameTotal);
-  void DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
-                         std::int32_t sequenceIndex) const;
-  int WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
-                     std::int32_t movieTotal);
+  std::uint32_t FrameExposure(const JobRun& run, const RawFrame& raw) const;
+  void BuildBlock(JobRun& run, FrameSlot& slot);
+  int WriteMain(const JobRun& run, FrameSlot& slot, FrameHandle out) const;
+  // The companion movie's frame read and processed anew when the plan says so.
+  int PrepareMovieFrame(const JobRun& run, FrameSlot& slot);
+  void WriteCompanion(JobRun& run, FrameSlot& slot);
   // Works out this run's plan and what the source tells once per run, and
   // sizes the frame buffers.
   void PlanFrames(JobRun& run);
@@ -104,14 +107,25 @@ class CDecodeRaw final : public ConversionJob {
   // The companion movie, logos and time sidecar; a movie or sidecar that
   // cannot be made is an output failure, and the job goes on without it.
   void OpenCompanions(JobRun& run);
-  int RunFrames(JobRun& run);
-  void RunMultiFrameFile(JobRun& run);
-  void RunFrameFiles(JobRun& run);
-  // One frame through ConvertFrame; a frame that needs more memory than the
-  // machine gives fails like a refused frame instead of ending the process.
-  int ConvertFrameSafely(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                         const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                         std::int32_t movieIndex, std::int32_t movieTotal);
+  // The frames into the outputs of the run's output plan, through a frame
+  // pipeline (FramePipeline.h) whose stages are the four below.
+  void RunFrames(JobRun& run);
+  // One slot per frame under way, each with buffers for the plan; false when
+  // the memory cannot be had.
+  bool SizeSlots(const JobRun& run, std::size_t count);
+  // Gate, task and raw frame; false when the run ends before the frame.
+  bool BeginFrame(JobRun& run, FrameSlot& slot, std::int32_t index);
+  // The frame step; a frame that is a file of its own is written and closed here.
+  void ProcessSlot(JobRun& run, FrameSlot& slot);
+  void WriteOwnFile(JobRun& run, FrameSlot& slot);
+  // The writes that follow the frame order (the multi-frame file, the companion movie).
+  int WriteInOrder(JobRun& run, FrameSlot& slot);
+  // Writes in order, sidecar entry, report; false, with the status set, when
+  // the run stops at this frame.
+  bool FinishFrame(JobRun& run, FrameSlot& slot);
+  void DropOwnFile(JobRun& run, const FrameSlot& slot);
+  void DiscardFrame(const JobRun& run, const FrameSlot& slot);
+  void CloseInGoodOrder(JobRun& run, FrameSlot& slot);
   void CommonEnd(JobRun& run);
   void CloseCompanions(JobRun& run);
   // The job's final status, decided once, with the deletion of the raw files.
@@ -119,7 +133,7 @@ class CDecodeRaw final : public ConversionJob {
   void SetFinal(RowStatus status);
   void LoadBackground();
   void WriteSidecarHead(JobRun& run);
-  void WriteSidecarFrame(JobRun& run, std::int32_t frameNumber);
+  void WriteSidecarFrame(JobRun& run, const RawFrame& raw, std::int32_t frameNumber);
   // Waits while paused; false, with status 107, when the job was aborted.
   bool WaitAtGate();
   void Report(const JobRun& run, const std::string& text, std::int32_t state, std::int32_t current);
@@ -132,20 +146,17 @@ class CDecodeRaw final : public ConversionJob {
   std::uint32_t rowIndex_;
   std::uint32_t sentBySuite_;
   bool hasCameraBlock_ = false;
-  FrameReadAhead readAhead_;  // the delivery of the main output
-  RawFrame rawFrame_;          // the frame being converted
-  RawFrame movieFrame_;        // the processed frame a plain output's companion movie reads
-  FrameBuffers buffers_;
+  std::vector<std::unique_ptr<FrameSlot>> slots_;  // the frames under way
+  std::mutex movieSourceMutex_;                     // rawSource_ while frames are under way
   std::vector<std::uint8_t> backgroundFrame_;
   CImageOpList imageOps_;
-  ImageProcessor imageProcessor_;
   RecordingList recordings_;
   std::unique_ptr<JobArgs> args_;
   std::int32_t textBarHeight_ = 0;
   ColourTables whiteBalance_;
   LogoImage logos_[2];
-  std::unique_ptr<OverlayRenderer> overlayRenderer_;
   std::unique_ptr<OverlayConfig> overlay_;
+  LocaleFormat locale_;  // the user's date and time format, read once when the job is made
   CXmlFileWriter timeWriter_;
   ReportFunction report_ = nullptr;
   void* reportContext_ = nullptr;

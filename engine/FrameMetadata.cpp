@@ -108,43 +108,27 @@ bool OneOf(std::uint32_t model, std::initializer_list<std::uint32_t> list) {
   return std::find(list.begin(), list.end(), model) != list.end();
 }
 
-}  // namespace
-
-std::uint8_t MetadataModelCode(std::uint32_t model, std::uint32_t subModel) {
-  static constexpr std::uint8_t fromModel6[] = {37,  38,  37,  56,  37,  4,   22,  29,  37,  38,  56,  60,
-                                                61,  62,  2,   2,   3,   88,  90,  92,  86,  229, 207, 230,
-                                                198, 233, 231, 231, 232, 233, 234, 235, 231, 234, 234, 233,
-                                                232, 234, 233, 231, 232, 232, 255, 255, 232, 232, 232};
-  static_assert(std::size(fromModel6) == 52 - 6 + 1);
-  std::uint8_t code = model < 6 ? 255 : model <= 52 ? fromModel6[model - 6] : 0;
-  if (code == 88 && (subModel == 3 || subModel == 4)) code = 140;
-  if (code == 60 && subModel == 1) code = 192;
-  else if (code == 60 && subModel == 2) code = 193;
-  return code;
+// Entry k of the white balance's 3 x 3 matrix (the unit matrix without one).
+double MatrixEntry(const MetadataSource& source, int k) {
+  return source.colorMatrix ? source.colorMatrix[k] : (k % 4 == 0 ? 1.0 : 0.0);
 }
 
-void BuildFrameMetadata(const MetadataSource& source, FrameMetadataBlock& block, std::int32_t frameNumber,
-                        const RecordingInfo& recording, std::int32_t temperature, std::uint32_t exposure,
-                        std::uint32_t mosaicOrder) {
-  const double* matrix = source.colorMatrix;
-  auto entry = [&](int k) { return matrix ? matrix[k] : (k % 4 == 0 ? 1.0 : 0.0); };
-  if (source.hasCameraBlock && source.cameraBlock) {
-    std::memcpy(&block, source.cameraBlock, sizeof block);
-    if (recording.Model >= 20 && recording.Model <= 22) {
-      block.mosaicOrderCode = 1;
-      block.width2 = static_cast<std::uint16_t>(source.width);
-      block.height2 = static_cast<std::uint16_t>(source.height);
-    }
-    for (int i = 0; i < 3; ++i) block.gains[i] = static_cast<float>(entry(4 * i));
-    ByteSwap(block);
-    return;
+// A model that delivers its own block: the block as it came, with the white
+// balance's gains, in the raw frame file's byte order.
+void FromCameraBlock(const MetadataSource& source, FrameMetadataBlock& block, const RecordingInfo& recording) {
+  std::memcpy(&block, source.cameraBlock, sizeof block);
+  if (recording.Model >= 20 && recording.Model <= 22) {
+    block.mosaicOrderCode = 1;
+    block.width2 = static_cast<std::uint16_t>(source.width);
+    block.height2 = static_cast<std::uint16_t>(source.height);
   }
+  for (int i = 0; i < 3; ++i) block.gains[i] = static_cast<float>(MatrixEntry(source, 4 * i));
+  ByteSwap(block);
+}
 
-  block = Template();
-  if (!RawFrameFileType(source.fileType)) std::memcpy(block.magic, "OKN_BD1", 7);
-  std::memset(reinterpret_cast<std::uint8_t*>(&block) + 862, 0, 1019 - 862);
-
-  const bool colour = source.geometryBits > 16;
+// What the recording and the source tell about every frame.
+void FillRecordingFields(const MetadataSource& source, FrameMetadataBlock& block, std::int32_t frameNumber,
+                         const RecordingInfo& recording, std::int32_t temperature, std::uint32_t exposure) {
   block.sessionId = 1;
   block.cameraId = 1;
   block.rateIndex = 0;
@@ -178,50 +162,51 @@ void BuildFrameMetadata(const MetadataSource& source, FrameMetadataBlock& block,
   block.modelIndex = static_cast<std::uint16_t>(source.modelIndex);
   block.subModel = static_cast<std::uint16_t>(source.subModel);
   block.networkAddress = source.networkAddress;
+}
 
-  if (colour) {
-    block.fileFormat = 0;
-    block.mosaicOrderCode = static_cast<std::uint8_t>((mosaicOrder + 1) % 4);
-    const double baseGain = RawFrameFileType(source.fileType) ? std::min({entry(0), entry(4), entry(8)}) : 1.0;
-    for (int i = 0; i < 3; ++i) block.gains[i] = static_cast<float>(entry(4 * i) / baseGain);
-    bool unit = true;
-    for (int k = 0; k < 9; ++k) {
-      block.colorMatrix[k] = FloatBits(static_cast<float>(entry(k) * 65535 / baseGain));
-      unit = unit && entry(k) == (k % 4 == 0 ? 1.0 : 0.0);
-    }
-    block.whiteBalanceMode = unit ? 4 : 3;
-  } else {
-    block.sensorType = 2;
+// A colour source: mosaic order, gains and colour matrix of the white
+// balance (relative to the smallest gain in a raw frame file).
+void FillColourFields(const MetadataSource& source, FrameMetadataBlock& block, std::uint32_t mosaicOrder) {
+  const auto entry = [&](int k) { return MatrixEntry(source, k); };
+  block.fileFormat = 0;
+  block.mosaicOrderCode = static_cast<std::uint8_t>((mosaicOrder + 1) % 4);
+  const double baseGain = RawFrameFileType(source.fileType) ? std::min({entry(0), entry(4), entry(8)}) : 1.0;
+  for (int i = 0; i < 3; ++i) block.gains[i] = static_cast<float>(entry(4 * i) / baseGain);
+  bool unit = true;
+  for (int k = 0; k < 9; ++k) {
+    block.colorMatrix[k] = FloatBits(static_cast<float>(entry(k) * 65535 / baseGain));
+    unit = unit && entry(k) == (k % 4 == 0 ? 1.0 : 0.0);
   }
+  block.whiteBalanceMode = unit ? 4 : 3;
+}
 
+// The frame's time code, in digits; none before the year 2000.
+void FillTimeCode(const MetadataSource& source, FrameMetadataBlock& block) {
   if (source.timeYear < 2000) {
     block.timeStatus = 0;
     std::memset(&block.year, 0, 10);  // bytes 38 to 47
     block.codeMicroseconds = 0;
-  } else {
-    block.timeStatus = static_cast<std::uint8_t>(source.timeStatus);
-    block.year = Bcd(static_cast<int>(source.timeYear) - 2000);
-    const std::uint32_t day = source.timeDayOfYear;
-    block.dayOfYear[0] = static_cast<std::uint8_t>(day / 100 % 10);
-    block.dayOfYear[1] = static_cast<std::uint8_t>(day / 10 % 10);
-    block.dayOfYear[2] = static_cast<std::uint8_t>(day % 10);
-    auto digits = [](std::uint8_t (&out)[2], std::uint32_t v) {
-      out[0] = static_cast<std::uint8_t>(v / 10 % 10);
-      out[1] = static_cast<std::uint8_t>(v % 10);
-    };
-    digits(block.codeHour, source.timeHour);
-    digits(block.codeMinute, source.timeMinute);
-    digits(block.codeSecond, source.timeSecond);
-    block.codeMicroseconds = source.timeMicroseconds;
+    return;
   }
-  if (RawFrameFileType(source.fileType)) {
-    block.fileFormat = FileFormatCode(source.fileType);
-    ByteSwap(block);
-  }
+  block.timeStatus = static_cast<std::uint8_t>(source.timeStatus);
+  block.year = Bcd(static_cast<int>(source.timeYear) - 2000);
+  const std::uint32_t day = source.timeDayOfYear;
+  block.dayOfYear[0] = static_cast<std::uint8_t>(day / 100 % 10);
+  block.dayOfYear[1] = static_cast<std::uint8_t>(day / 10 % 10);
+  block.dayOfYear[2] = static_cast<std::uint8_t>(day % 10);
+  auto digits = [](std::uint8_t (&out)[2], std::uint32_t v) {
+    out[0] = static_cast<std::uint8_t>(v / 10 % 10);
+    out[1] = static_cast<std::uint8_t>(v % 10);
+  };
+  digits(block.codeHour, source.timeHour);
+  digits(block.codeMinute, source.timeMinute);
+  digits(block.codeSecond, source.timeSecond);
+  block.codeMicroseconds = source.timeMicroseconds;
 }
 
-void BuildGevsBlock(const MetadataSource& source, GevsBlock& block, std::int32_t frameNumber,
-                    RecordingInfo& recording, bool firstFrame, std::uint32_t frameTotal) {
+// The block's header: what the source and the recording tell once.
+void FillGevsHeader(const MetadataSource& source, GevsBlock& block, const RecordingInfo& recording,
+                    std::uint32_t frameTotal) {
   std::memset(&block, 0, sizeof block);
   std::memcpy(block.magic, "OKN_GEVS", 8);
   block.networkAddress = source.networkAddress;
@@ -243,53 +228,105 @@ void BuildGevsBlock(const MetadataSource& source, GevsBlock& block, std::int32_t
   block.cameraValue14 = source.cameraValue14;
   block.cameraValue15 = source.cameraValue15;
   block.roi[0] = recording.ROIX, block.roi[1] = recording.ROIY, block.roi[2] = recording.ROIW, block.roi[3] = recording.ROIH;
+}
 
+// The frame's time stamp in nanoseconds from its GEV time record (IEEE 1588,
+// IRIG, or the camera's clock in tens of nanoseconds), and whether the clock
+// was locked.
+std::uint64_t GevTimestamp(const MetadataSource& source, std::uint32_t model, std::uint32_t& locked) {
   std::uint8_t time[72] = {};
   if (source.gevTime) std::memcpy(time, source.gevTime, sizeof time);
+  locked = 0;
+  if (std::memcmp(time, "IRIG", 4) == 0)
+    return LoadLe<std::uint32_t>(time + 4) * 1000000000ull + LoadLe<std::uint32_t>(time + 8) * 1000ull;
+  if (std::memcmp(time, " 1588", 5) != 0) return LoadLe<std::uint64_t>(time + 64) * 10;
+  const std::uint64_t seconds = static_cast<std::uint64_t>(LoadBe(time + 7, 1)) << 32 | LoadBe(time + 8, 4);
+  long long fraction = LoadBe(time + 12, 4);
   std::uint64_t timestamp = 0;
-  std::uint32_t locked = 0;
-  if (std::memcmp(time, " 1588", 5) == 0) {
-    const std::uint64_t seconds = static_cast<std::uint64_t>(LoadBe(time + 7, 1)) << 32 | LoadBe(time + 8, 4);
-    long long fraction = LoadBe(time + 12, 4);
-    const bool fineClock = OneOf(recording.Model, {42, 44, 46, 47, 48, 49, 50, 64, 65, 66, 70});
-    if (fineClock) {
-      timestamp = seconds * 1000000000ull + static_cast<std::uint64_t>(fraction);
-    } else {
-      if (fraction & (1 << 27)) fraction -= 0x10000000;  // a 28-bit signed count of 8 ns
-      timestamp = seconds * 1000000000ull + static_cast<std::uint64_t>(fraction * 8);
-    }
-    const bool lockFlag = time[5] != 0;
-    if (OneOf(source.modelNumber, {42, 44, 46, 47, 48, 49, 50, 61, 64, 65, 66, 70}))
-      locked = lockFlag && time[20] < 39 ? 1 : 0;
-    else
-      locked = lockFlag ? 1 : 0;
-  } else if (std::memcmp(time, "IRIG", 4) == 0) {
-    timestamp = LoadLe<std::uint32_t>(time + 4) * 1000000000ull + LoadLe<std::uint32_t>(time + 8) * 1000ull;
+  if (OneOf(model, {42, 44, 46, 47, 48, 49, 50, 64, 65, 66, 70})) {
+    timestamp = seconds * 1000000000ull + static_cast<std::uint64_t>(fraction);
   } else {
-    timestamp = LoadLe<std::uint64_t>(time + 64) * 10;
+    if (fraction & (1 << 27)) fraction -= 0x10000000;  // a 28-bit signed count of 8 ns
+    timestamp = seconds * 1000000000ull + static_cast<std::uint64_t>(fraction * 8);
   }
+  const bool lockFlag = time[5] != 0;
+  if (OneOf(source.modelNumber, {42, 44, 46, 47, 48, 49, 50, 61, 64, 65, 66, 70}))
+    locked = lockFlag && time[20] < 39 ? 1 : 0;
+  else
+    locked = lockFlag ? 1 : 0;
+  return timestamp;
+}
 
-  std::uint64_t timing[3];
+// The recording's three GEV timings; on the first frame the gaps are filled
+// (from each other, or all from the frame's time stamp) in the job's record.
+void SettleGevTiming(RecordingInfo& recording, std::uint64_t timestamp, bool firstFrame, std::uint64_t (&timing)[3]) {
   for (int i = 0; i < 3; ++i)
     timing[i] = static_cast<std::uint64_t>(recording.GevTiming[2 * i + 1]) << 32 | recording.GevTiming[2 * i];
-  if (firstFrame) {
-    if (timing[0] == 0 && timing[1] == 0 && timing[2] == 0) {
-      timing[0] = timing[1] = timing[2] = timestamp;
-    } else {
-      if (timing[0] == 0) timing[0] = timing[1] != 0 ? timing[1] : timing[2];
-      if (timing[1] == 0) timing[1] = timing[2] != 0 ? timing[2] : timing[0];
-      if (timing[2] == 0) timing[2] = timing[1] != 0 ? timing[1] : timing[0];
-    }
-    for (int i = 0; i < 3; ++i) {
-      recording.GevTiming[2 * i] = static_cast<std::uint32_t>(timing[i]);
-      recording.GevTiming[2 * i + 1] = static_cast<std::uint32_t>(timing[i] >> 32);
-    }
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    ::localtime_r(&now, &local);
-    const int values[6] = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec};
-    for (int i = 0; i < 6; ++i) block.localTime[i] = static_cast<std::uint16_t>(values[i]);
+  if (!firstFrame) return;
+  if (timing[0] == 0 && timing[1] == 0 && timing[2] == 0) {
+    timing[0] = timing[1] = timing[2] = timestamp;
+  } else {
+    if (timing[0] == 0) timing[0] = timing[1] != 0 ? timing[1] : timing[2];
+    if (timing[1] == 0) timing[1] = timing[2] != 0 ? timing[2] : timing[0];
+    if (timing[2] == 0) timing[2] = timing[1] != 0 ? timing[1] : timing[0];
   }
+  for (int i = 0; i < 3; ++i) {
+    recording.GevTiming[2 * i] = static_cast<std::uint32_t>(timing[i]);
+    recording.GevTiming[2 * i + 1] = static_cast<std::uint32_t>(timing[i] >> 32);
+  }
+}
+
+// The first frame's block tells when the file was written.
+void FillLocalTime(GevsBlock& block) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  const int values[6] = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec};
+  for (int i = 0; i < 6; ++i) block.localTime[i] = static_cast<std::uint16_t>(values[i]);
+}
+
+}  // namespace
+
+std::uint8_t MetadataModelCode(std::uint32_t model, std::uint32_t subModel) {
+  static constexpr std::uint8_t fromModel6[] = {37,  38,  37,  56,  37,  4,   22,  29,  37,  38,  56,  60,
+                                                61,  62,  2,   2,   3,   88,  90,  92,  86,  229, 207, 230,
+                                                198, 233, 231, 231, 232, 233, 234, 235, 231, 234, 234, 233,
+                                                232, 234, 233, 231, 232, 232, 255, 255, 232, 232, 232};
+  static_assert(std::size(fromModel6) == 52 - 6 + 1);
+  std::uint8_t code = model < 6 ? 255 : model <= 52 ? fromModel6[model - 6] : 0;
+  if (code == 88 && (subModel == 3 || subModel == 4)) code = 140;
+  if (code == 60 && subModel == 1) code = 192;
+  else if (code == 60 && subModel == 2) code = 193;
+  return code;
+}
+
+void BuildFrameMetadata(const MetadataSource& source, FrameMetadataBlock& block, std::int32_t frameNumber,
+                        const RecordingInfo& recording, std::int32_t temperature, std::uint32_t exposure,
+                        std::uint32_t mosaicOrder) {
+  if (source.hasCameraBlock && source.cameraBlock) return FromCameraBlock(source, block, recording);
+  block = Template();
+  if (!RawFrameFileType(source.fileType)) std::memcpy(block.magic, "OKN_BD1", 7);
+  std::memset(reinterpret_cast<std::uint8_t*>(&block) + 862, 0, 1019 - 862);
+  FillRecordingFields(source, block, frameNumber, recording, temperature, exposure);
+  if (source.geometryBits > 16)
+    FillColourFields(source, block, mosaicOrder);
+  else
+    block.sensorType = 2;
+  FillTimeCode(source, block);
+  if (RawFrameFileType(source.fileType)) {
+    block.fileFormat = FileFormatCode(source.fileType);
+    ByteSwap(block);
+  }
+}
+
+void BuildGevsBlock(const MetadataSource& source, GevsBlock& block, std::int32_t frameNumber,
+                    RecordingInfo& recording, bool firstFrame, std::uint32_t frameTotal) {
+  FillGevsHeader(source, block, recording, frameTotal);
+  std::uint32_t locked = 0;
+  const std::uint64_t timestamp = GevTimestamp(source, recording.Model, locked);
+  std::uint64_t timing[3];
+  SettleGevTiming(recording, timestamp, firstFrame, timing);
+  if (firstFrame) FillLocalTime(block);
   if (timing[0] == 0) timing[0] = timing[1];
   std::memcpy(reinterpret_cast<std::uint8_t*>(&block) + offsetof(GevsBlock, gevTiming), timing, sizeof timing);
   block.timeLocked = locked;

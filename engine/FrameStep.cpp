@@ -116,32 +116,43 @@ std::int32_t ShowState(std::int32_t frameIndex, std::int32_t frameTotal, std::in
 
 // ------------------------------------------------------------------ the job's side
 
-int CDecodeRaw::ConvertFrame(JobRun& run, FrameHandle out, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                             const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal,
-                             std::int32_t movieIndex, std::int32_t movieTotal) {
-  const FramePlan& plan = run.plan;
-  if (!run.buffersReady) return -1;  // the run's frame buffers could not be had
-  readAhead_.Take(frameIndex, frameIndex + 1 < frameTotal ? frameIndex + 1 : -1, rawFrame_);
-  if (rawFrame_.result != 0) return rawFrame_.result;
-  ImageView frame = ProcessFrame(plan, rawFrame_, buffers_.Work(), buffers_.Output());
-  if (frame.Empty()) return -1;  // the delivery does not hold the picture the geometry promises
-  if (!plan.sensorPlane) frame = BurnIn(run, frame, frameNumber, sequenceIndex, outputPath, frameIndex, frameTotal);
-  alignas(8) std::uint8_t block[kMetadataBlockSize] = {};
-  BuildBlock(run, block, frameNumber, frameIndex, frameTotal);
-  DescribeCaptureOf(run, out, frameNumber, sequenceIndex);
-  const int result = WriteMainFrame(plan, out, static_cast<std::uint32_t>(frameIndex),
-                                    static_cast<std::uint32_t>(frameTotal), block, frame);
-  if (result != 0 || !run.movieHandle || movieIndex < 0) return result;
-  return WriteCompanion(run, frame, frameIndex, movieIndex, movieTotal);
+int CDecodeRaw::StartFrame(const JobRun& run, FrameSlot& slot) const {
+  slot.frame = slot.shown = {};
+  slot.movieResult = 0;
+  slot.movieReady = slot.fileCreated = slot.readDue = false;
+  return run.buffersReady ? 0 : -1;  // the run's frame buffers (and handles) could not be had
 }
 
-ImageView CDecodeRaw::ProcessFrame(const FramePlan& plan, const RawFrame& raw, ImageView work, ImageView output) {
-  const ConstImageView delivered = PackedView(raw.pixels.data(), work.width, plan.pictureHeight, work.depth);
-  if (raw.bytes < delivered.Span()) return {};
+int CDecodeRaw::ReadFrame(JobRun& run, FrameSlot& slot) {
+  const FrameTask& task = slot.task;
+  slot.readDue = false;
+  ReadRawFrame(slot.source, task.index, hasCameraBlock_, slot.raw);
+  if (slot.raw.result != 0) return slot.raw.result;
+  BuildBlock(run, slot);
+  slot.capture = DescribeCapture(*run.recording, slot.raw.time, task.number, task.sequenceIndex,
+                                 FrameExposure(run, slot.raw), run.modelText,
+                                 FormatSerial(run.metadata.modelNumber, run.metadata.serial));
+  return 0;
+}
+
+int CDecodeRaw::ConvertSlot(JobRun& run, FrameSlot& slot) {
+  if (slot.result != 0) return slot.result;
+  const FramePlan& plan = run.plan;
+  ImageView frame = ProcessFrame(plan, slot);
+  if (frame.Empty()) return -1;  // the delivery does not hold the picture the geometry promises
+  if (!plan.sensorPlane) frame = BurnIn(run, slot, frame);
+  slot.frame = slot.shown = frame;
+  return 0;
+}
+
+ImageView CDecodeRaw::ProcessFrame(const FramePlan& plan, FrameSlot& slot) {
+  const ImageView work = slot.buffers.Work();
+  const ConstImageView delivered = PackedView(slot.raw.pixels.data(), work.width, plan.pictureHeight, work.depth);
+  if (slot.raw.bytes < delivered.Span()) return {};
   const ImageView picture = PlacePicture(delivered, Background(delivered), work, plan.pictureTop);
   if (picture.Empty()) return {};
-  ApplyImageChain(imageProcessor_, imageOps_, picture);
-  return ConvertForOutput(plan, work, output);
+  ApplyImageChain(slot.processor, imageOps_, picture);
+  return ConvertForOutput(plan, work, slot.buffers.Output());
 }
 
 ConstImageView CDecodeRaw::Background(const ConstImageView& picture) const {
@@ -149,46 +160,47 @@ ConstImageView CDecodeRaw::Background(const ConstImageView& picture) const {
   return PackedView(backgroundFrame_.data(), picture.width, picture.height, picture.depth);
 }
 
-ImageView CDecodeRaw::BurnIn(JobRun& run, ImageView frame, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                             const std::string& outputPath, std::int32_t frameIndex, std::int32_t frameTotal) {
+ImageView CDecodeRaw::BurnIn(const JobRun& run, FrameSlot& slot, ImageView frame) const {
   const FramePlan& plan = run.plan;
+  const FrameTask& task = slot.task;
   DrawMarker(plan, frame);
   if (plan.overlayOn) {
-    const std::int32_t showState = ShowState(frameIndex, frameTotal, frameNumber);
-    PlaceOverlayTexts(run, frameNumber, sequenceIndex, outputPath, frameIndex, showState);
+    const std::int32_t showState = ShowState(task.index, task.total, task.number);
+    PlaceOverlayTexts(run, slot, showState);
     const OverlayStyle style{FieldText(args_->overlayFont), args_->overlayFontHeight, args_->overlayTextColor,
                              args_->overlayBackColor};
-    BurnInOverlay(frame, *overlay_, *overlayRenderer_, logos_, showState, style);
+    BurnInOverlay(frame, slot.overlay, slot.renderer, logos_, showState, style);
   }
   if (!plan.plotOn) return frame;
   CDataBmp plot;
   SetUpPlot(run, plot);
-  return DrawPlotRows(plan, plot, frameIndex, frame, buffers_.Wide());
+  return DrawPlotRows(plan, plot, task.index, frame, slot.buffers.Wide());
 }
 
-void CDecodeRaw::PlaceOverlayTexts(JobRun& run, std::int32_t frameNumber, std::int32_t sequenceIndex,
-                                   const std::string& outputPath, std::int32_t frameIndex, std::int32_t showState) {
-  const std::string fileName = std::string(LastComponent(outputPath)).substr(0, 127);
+void CDecodeRaw::PlaceOverlayTexts(const JobRun& run, FrameSlot& slot, std::int32_t showState) const {
+  const FrameTask& task = slot.task;
+  const RawFrame& raw = slot.raw;
+  const std::string fileName = std::string(LastComponent(task.path)).substr(0, 127);
   OverlayFrameValues values;
-  values.cameraBlock = rawFrame_.hasCameraBlock ? rawFrame_.cameraBlock.data() : nullptr;
-  TimeStampBlock timeBlock = rawFrame_.time;  // the overlay fills in a missing receiver's time
+  values.cameraBlock = raw.hasCameraBlock ? raw.cameraBlock.data() : nullptr;
+  TimeStampBlock timeBlock = raw.time;  // the overlay fills in a missing receiver's time
   values.timeBlock = &timeBlock;
-  values.frameNumber = frameNumber;
-  values.sequenceIndex = sequenceIndex;
+  values.frameNumber = task.number;
+  values.sequenceIndex = task.sequenceIndex;
   values.irigMode = args_->irigMode;
-  values.flagged = rawFrame_.frameFlag != 0;
+  values.flagged = raw.frameFlag != 0;
   if ((args_->overlayFlags & kOverlayItemMask[kChannelValueItem]) && run.channelDataLoaded)
-    values.channelValue = ChannelValueAt(run.channelData, frameIndex);
+    values.channelValue = ChannelValueAt(run.channelData, task.index);
   values.temperature = run.temperature;
-  values.exposure = FrameExposure(run);
+  values.exposure = FrameExposure(run, raw);
   values.serial = run.metadata.serial;
   values.network = run.metadata.networkAddress;
   values.deviceName = run.deviceName.c_str();
   values.fileName = fileName.c_str();
   values.userText1 = args_->userText1;
   values.userText2 = args_->userText2;
-  overlayRenderer_->UpdateItems(*overlay_, *run.recording, values);
-  overlayRenderer_->Place(*overlay_, showState);
+  slot.renderer.UpdateItems(slot.overlay, *run.recording, values);
+  slot.renderer.Place(slot.overlay, showState);
 }
 
 void CDecodeRaw::SetUpPlot(const JobRun& run, CDataBmp& plot) const {
@@ -215,58 +227,61 @@ void CDecodeRaw::SetUpPlot(const JobRun& run, CDataBmp& plot) const {
   plot.SetSelectedChannel(selected);
 }
 
-std::uint32_t CDecodeRaw::FrameExposure(const JobRun& run) const {
-  return run.recording->AEEnable ? rawFrame_.autoExposureNs : run.sourceExposure;
+std::uint32_t CDecodeRaw::FrameExposure(const JobRun& run, const RawFrame& raw) const {
+  return run.recording->AEEnable ? raw.autoExposureNs : run.sourceExposure;
 }
 
-void CDecodeRaw::BuildBlock(JobRun& run, std::uint8_t* block, std::int32_t frameNumber, std::int32_t frameIndex,
-                            std::int32_t frameTotal) {
+void CDecodeRaw::BuildBlock(JobRun& run, FrameSlot& slot) {
+  const RawFrame& raw = slot.raw;
   MetadataSource source = run.metadata;
-  const TimeStampBlock& t = rawFrame_.time;
+  const TimeStampBlock& t = raw.time;
   source.timeStatus = t.status, source.timeYear = t.year, source.timeDayOfYear = t.dayOfYear;
   source.timeHour = t.hour, source.timeMinute = t.minute, source.timeSecond = t.second;
   source.timeMicroseconds = t.microseconds;
-  if (rawFrame_.hasCameraBlock) source.cameraBlock = rawFrame_.cameraBlock.data();
+  if (raw.hasCameraBlock) source.cameraBlock = raw.cameraBlock.data();
+  std::uint8_t* block = slot.block.data();
   if (run.plan.metadata == framekit::MetadataPlacement::kGevsBlock) {
-    source.gevValues = rawFrame_.gevValues.data();
-    source.gevTime = rawFrame_.gevTime.data();
-    BuildGevsBlock(source, *reinterpret_cast<GevsBlock*>(block), frameNumber, *run.recording, frameIndex == 0,
-                   static_cast<std::uint32_t>(frameTotal));
+    source.gevValues = raw.gevValues.data();
+    source.gevTime = raw.gevTime.data();
+    BuildGevsBlock(source, *reinterpret_cast<GevsBlock*>(block), slot.task.number, *run.recording,
+                   slot.task.index == 0, static_cast<std::uint32_t>(slot.task.total));
   } else {
-    BuildFrameMetadata(source, *reinterpret_cast<FrameMetadataBlock*>(block), frameNumber, *run.recording,
-                       run.temperature, FrameExposure(run), run.plan.header.mosaicOrder);
+    BuildFrameMetadata(source, *reinterpret_cast<FrameMetadataBlock*>(block), slot.task.number, *run.recording,
+                       run.temperature, FrameExposure(run, raw), run.plan.header.mosaicOrder);
   }
 }
 
-void CDecodeRaw::DescribeCaptureOf(const JobRun& run, FrameHandle out, std::int32_t frameNumber,
-                                   std::int32_t sequenceIndex) const {
+int CDecodeRaw::WriteMain(const JobRun& run, FrameSlot& slot, FrameHandle out) const {
   // What the recording tells about the frame, for the formats that record it.
-  const CaptureInfo capture = DescribeCapture(*run.recording, rawFrame_.time, frameNumber, sequenceIndex,
-                                              FrameExposure(run), run.modelText,
-                                              FormatSerial(run.metadata.modelNumber, run.metadata.serial));
-  SetCaptureInfo(out, &capture);
+  SetCaptureInfo(out, &slot.capture);
+  return WriteMainFrame(run.plan, out, static_cast<std::uint32_t>(slot.task.index),
+                        static_cast<std::uint32_t>(slot.task.total), slot.block.data(), slot.frame);
 }
 
-int CDecodeRaw::WriteCompanion(JobRun& run, ImageView shown, std::int32_t frameIndex, std::int32_t movieIndex,
-                               std::int32_t movieTotal) {
-  const FramePlan& plan = run.plan;
-  if (plan.movieRefetch) {
-    // The main output holds the sensor's plane: the movie reads the processed frame itself.
-    ReadRawFrame(rawSource_, frameIndex, hasCameraBlock_, movieFrame_);
-    if (movieFrame_.result != 0) return movieFrame_.result;
-    const ImageView source = buffers_.MovieSource();
-    const ConstImageView delivered = PackedView(movieFrame_.pixels.data(), source.width, source.height, source.depth);
-    if (movieFrame_.bytes < delivered.Span() || PlacePicture(delivered, Background(delivered), source, 0).Empty())
-      return -1;
-    ApplyImageChain(imageProcessor_, imageOps_, source);
-    shown = source;
+int CDecodeRaw::PrepareMovieFrame(const JobRun& run, FrameSlot& slot) {
+  if (!run.plan.movieRefetch) return 0;
+  // The main output holds the sensor's plane: the movie reads the processed frame itself,
+  // on the job's own handle, which serves one reader at a time.
+  {
+    const std::lock_guard lock(movieSourceMutex_);
+    ReadRawFrame(rawSource_, slot.task.index, hasCameraBlock_, slot.movieRaw);
   }
+  if (slot.movieRaw.result != 0) return slot.movieRaw.result;
+  const ImageView source = slot.buffers.MovieSource();
+  const ConstImageView delivered = PackedView(slot.movieRaw.pixels.data(), source.width, source.height, source.depth);
+  if (slot.movieRaw.bytes < delivered.Span() || PlacePicture(delivered, Background(delivered), source, 0).Empty())
+    return -1;
+  ApplyImageChain(slot.processor, imageOps_, source);
+  slot.shown = source;
+  return 0;
+}
+
+void CDecodeRaw::WriteCompanion(JobRun& run, FrameSlot& slot) {
   // A movie that fails to take a frame does not stop the main output; the job
   // ends with the movie's failure and keeps the raw files.
-  if (WriteMovieFrame(plan, run.movieHandle, static_cast<std::uint32_t>(movieIndex),
-                      static_cast<std::uint32_t>(movieTotal), shown, buffers_.Movie()) != 0)
+  if (WriteMovieFrame(run.plan, run.movieHandle, static_cast<std::uint32_t>(slot.task.movieIndex),
+                      static_cast<std::uint32_t>(slot.task.movieTotal), slot.shown, slot.buffers.Movie()) != 0)
     run.outputs.Failed(run.moviePath);
-  return 0;
 }
 
 }  // namespace tarnvel

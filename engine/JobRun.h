@@ -12,6 +12,7 @@
 #include "engine/FramePlan.h"
 #include "engine/JobOverrides.h"
 #include "engine/OutputLedger.h"
+#include "engine/OutputPlan.h"
 #include "engine/RawDeletion.h"
 #include "platform/framekit/FrameKit.h"
 #include "recording/RecordingInfo.h"
@@ -56,10 +57,9 @@ struct JobRun {
   std::string deviceName, modelText;
   std::int32_t temperature = 0;  // hundredths of a degree, when the overlay shows it
   std::uint32_t sourceExposure = 0;
-  std::int32_t movieFrames = 0;
   std::int32_t rowState = 1;
   std::string shownName;
-  std::string mainPath;     // the multi-frame file; empty for one file per frame
+  OutputPlan outputPlan;    // where the frames go
   std::string moviePath;    // empty without a companion movie
   std::string sidecarPath;  // empty without a time sidecar
   bool reported = false;    // the first report was made: the final one follows

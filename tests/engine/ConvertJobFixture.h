@@ -7,6 +7,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,27 @@ inline framekit::DecodedFrame Decoded(const std::string& path, std::uint32_t ind
   EXPECT_EQ(file->ReadFrame(index, decoded), 0) << path;
   return decoded;
 }
+
+// Sets how many workers the jobs started while it lives use for their frames.
+class FrameWorkers {
+ public:
+  explicit FrameWorkers(const char* count) {
+    if (const char* before = std::getenv(kVariable)) saved_ = before;
+    ::setenv(kVariable, count, 1);
+  }
+  ~FrameWorkers() {
+    if (saved_)
+      ::setenv(kVariable, saved_->c_str(), 1);
+    else
+      ::unsetenv(kVariable);
+  }
+  FrameWorkers(const FrameWorkers&) = delete;
+  FrameWorkers& operator=(const FrameWorkers&) = delete;
+
+ private:
+  static constexpr const char* kVariable = "TARNVEL_FRAME_WORKERS";
+  std::optional<std::string> saved_;
+};
 
 struct Reported {
   std::vector<std::int32_t> states;  // read only after the job's end

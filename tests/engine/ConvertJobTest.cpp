@@ -27,6 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 
 using test::ConvertJob;
+using test::FrameWorkers;
 using test::Decoded;
 using test::Reported;
 using test::SourceFrame;
@@ -169,11 +170,13 @@ struct Rendezvous {
   std::int32_t at = -1, reached = 0;
   bool released = false;
   std::atomic<std::int32_t> lastCurrent{0};
+  std::atomic<bool> wentBack{false};  // a report counted fewer frames than the one before
   std::vector<std::int32_t> states;  // read only after the job's end
   static void Report(void* context, std::uint32_t, const char*, std::uint32_t, std::int32_t state, std::int32_t current,
                      std::int32_t) {
     auto* self = static_cast<Rendezvous*>(context);
     if (state != -1) self->states.push_back(state);
+    if (current < self->lastCurrent) self->wentBack = true;
     self->lastCurrent = current;
     std::unique_lock lock(self->mutex);
     if (state != -1 || current != self->at) return;
@@ -202,31 +205,50 @@ struct Rendezvous {
 };
 
 TEST_F(ConvertJob, PauseResumeAndAbortFromAnotherThread) {
-  auto o = Options("rec", 400);
-  o.fileType = 11;
-  const std::string args = Write(o);
-  CDecodeRaw job(args, 0, 0);
-  Rendezvous reported;
-  job.SetReportTarget(nullptr, &Rendezvous::Report, &reported);
-  reported.HoldAt(5);
-  ASSERT_EQ(job.Start(true), 0);
-  EXPECT_EQ(job.GetRunState(), RunState::RunningOnThread);
-  reported.At(5, [&] { job.Pause(); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(60));
-  EXPECT_EQ(reported.lastCurrent, 5) << "a closed gate holds the job at its next frame";
-  EXPECT_EQ(job.WaitDone(0), 0);
-  reported.HoldAt(10);
-  job.Resume();
-  reported.At(10, [&] { job.Abort(); });
-  while (job.WaitDone(100) == 0) {
+  // With one worker and with several, into one file and into a file per
+  // frame: frames under way when the gate closes do not show, and after the
+  // abort exactly the frames before it exist.
+  struct Case {
+    const char* workers;
+    std::int32_t fileType;
+  };
+  std::string args;
+  for (const Case c : {Case{"1", 11}, Case{"4", 11}, Case{"4", 1}}) {
+    SCOPED_TRACE(std::string(c.workers) + " workers, type " + std::to_string(c.fileType));
+    const FrameWorkers workers(c.workers);
+    auto o = Options(std::string("rec") + c.workers + "-" + std::to_string(c.fileType), 400);
+    o.fileType = c.fileType;
+    args = Write(o);
+    CDecodeRaw job(args, 0, 0);
+    Rendezvous reported;
+    job.SetReportTarget(nullptr, &Rendezvous::Report, &reported);
+    reported.HoldAt(5);
+    ASSERT_EQ(job.Start(true), 0);
+    EXPECT_EQ(job.GetRunState(), RunState::RunningOnThread);
+    reported.At(5, [&] { job.Pause(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    EXPECT_EQ(reported.lastCurrent, 5) << "a closed gate holds the job at its next frame";
+    EXPECT_EQ(job.WaitDone(0), 0);
+    reported.HoldAt(10);
+    job.Resume();
+    reported.At(10, [&] { job.Abort(); });
+    while (job.WaitDone(100) == 0) {
+    }
+    EXPECT_EQ(job.StatusCode(), kMsgAborted);
+    EXPECT_EQ(reported.states.back(), 3) << "the final report says Abort";
+    EXPECT_FALSE(reported.wentBack);
+    EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "an abort keeps the raw files";
+    if (c.fileType == 1) {
+      std::size_t frameFiles = 0;
+      for (const auto& entry : fs::directory_iterator(o.folder)) frameFiles += entry.path().extension() == ".tif";
+      EXPECT_EQ(frameFiles, 10u) << "no file of a frame that was under way at the abort";
+      continue;
+    }
+    int result = 0;
+    auto file = framekit::OpenImageFile(JoinPath(o.folder, "take.mpt"), &result);
+    ASSERT_TRUE(file) << "the output is closed with what it holds";
+    EXPECT_EQ(file->Info().frameCount, 10u);
   }
-  EXPECT_EQ(job.StatusCode(), kMsgAborted);
-  EXPECT_EQ(reported.states.back(), 3) << "the final report says Abort";
-  int result = 0;
-  auto file = framekit::OpenImageFile(JoinPath(o.folder, "take.mpt"), &result);
-  ASSERT_TRUE(file) << "the output is closed with what it holds";
-  EXPECT_EQ(file->Info().frameCount, 10u);
-  EXPECT_TRUE(fs::exists(fs::path(o.folder) / "rawdata.00.raw")) << "an abort keeps the raw files";
 
   // A forgotten pause ends by itself after the gate's time.
   CDecodeRaw paused(args, 0, 0);

@@ -389,8 +389,9 @@ class MovieWriter final : public FrameWriter {
       sourceStride = paddedRow;
     }
     if (av_frame_make_writable(picture_.get()) < 0) return Failure(kFkOutOfMemory);
-    const std::uint8_t* planes[1] = {source};
-    const int strides[1] = {static_cast<int>(sourceStride)};
+    // sws_scale reads four planes and strides whatever the format: the unused ones must be set.
+    const std::uint8_t* planes[4] = {source, nullptr, nullptr, nullptr};
+    const int strides[4] = {static_cast<int>(sourceStride), 0, 0, 0};
     if (sws_scale(scaler_.get(), planes, strides, 0, static_cast<int>(codedHeight_), picture_->data,
                   picture_->linesize) != static_cast<int>(codedHeight_))
       return Failure(kFkCodecFailed);

@@ -1,6 +1,7 @@
-// The read-ahead hands over exactly what a direct read gives, whatever order
-// the frames are asked for in, and a failing read keeps its result.
-#include "engine/FrameReadAhead.h"
+// Handles of their own read exactly what the job's handle reads, whatever
+// order the frames are asked for in, and a failing read keeps its result and
+// none of an earlier frame's records.
+#include "engine/RawFrame.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@
 namespace tarnvel {
 namespace {
 
-class FrameReadAheadTest : public ::testing::Test {
+class RawFrameTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(DriverInit(0), 0); }
   void TearDown() override { DriverExit(); }
@@ -41,21 +42,20 @@ void ExpectSameFrame(const RawFrame& taken, const RawFrame& direct, std::size_t 
   EXPECT_EQ(taken.frameFlag, direct.frameFlag);
 }
 
-TEST_F(FrameReadAheadTest, HandsOverWhatADirectReadGivesInAnyOrder) {
+TEST_F(RawFrameTest, AHandleOfItsOwnReadsWhatAnotherReadsInAnyOrder) {
   for (bool colour : {false, true}) {
     for (bool mosaic : {false, true}) {
       const std::string folder = Recording(colour);
-      RawSource direct;
+      RawSource direct, own;
       ASSERT_EQ(direct.Open(folder.c_str()), 0);
+      ASSERT_EQ(own.Open(folder.c_str()), 0);
       direct.SetMosaicDelivery(mosaic);
+      own.SetMosaicDelivery(mosaic);
       const std::size_t bytes = FrameBytes(direct.Handle());
-      FrameReadAhead readAhead;
-      ASSERT_EQ(readAhead.Start(folder.c_str(), mosaic, false), 0);
-      // In order, a wrong guess, the same frame twice, backwards, and the end.
-      const std::int32_t asked[][2] = {{0, 1}, {1, 2}, {2, 3}, {7, 8}, {7, 7}, {7, 6}, {6, 5}, {11, -1}, {3, -1}};
+      // In order, a jump, the same frame twice, backwards, and the end.
       RawFrame taken, expected;
-      for (const auto& [index, next] : asked) {
-        readAhead.Take(index, next, taken);
+      for (const std::int32_t index : {0, 1, 2, 7, 7, 6, 5, 11, 3}) {
+        ReadRawFrame(own, index, false, taken);
         ReadRawFrame(direct, index, false, expected);
         ExpectSameFrame(taken, expected, bytes);
       }
@@ -64,29 +64,23 @@ TEST_F(FrameReadAheadTest, HandsOverWhatADirectReadGivesInAnyOrder) {
   }
 }
 
-TEST_F(FrameReadAheadTest, FailedReadsStoppingAndAClosedRecording) {
+TEST_F(RawFrameTest, AFailedReadKeepsItsResultAndNothingOfAnEarlierFrame) {
   const std::string folder = Recording(false);
-  FrameReadAhead idle;
-  EXPECT_EQ(idle.Start(folder.c_str(), false, false), 0);
-  idle.Stop();
-  idle.Stop();  // twice is harmless
-  FrameReadAhead none;
-  EXPECT_NE(none.Start(dir_.File("nothing").c_str(), false, false), 0);
-
-  // The store loses its last frames while the job runs.
-  FrameReadAhead readAhead;
-  ASSERT_EQ(readAhead.Start(folder.c_str(), false, false), 0);
+  RawSource none;
+  EXPECT_NE(none.Open(dir_.File("nothing").c_str()), 0);
+  RawSource source;
+  ASSERT_EQ(source.Open(folder.c_str()), 0);
   RawFrame frame;
-  readAhead.Take(0, -1, frame);
+  ReadRawFrame(source, 0, false, frame);
   EXPECT_EQ(frame.result, 0);
+  EXPECT_NE(frame.time.year, 0u);
+  // The store loses its last frames while the job runs.
   std::filesystem::resize_file(std::filesystem::path(folder) / "rawdata.00.raw", 4000);
-  readAhead.Take(9, 10, frame);  // read now
+  ReadRawFrame(source, 9, false, frame);
   EXPECT_NE(frame.result, 0);
   EXPECT_EQ(frame.index, 9);
-  readAhead.Take(10, 11, frame);  // read ahead
-  EXPECT_NE(frame.result, 0);
-  EXPECT_EQ(frame.index, 10);
-  for (std::uint8_t byte : frame.pixels) ASSERT_EQ(byte, 0) << "a failed read hands out no old pixels";
+  EXPECT_EQ(frame.time.year, 0u) << "no time of the frame read before";
+  EXPECT_EQ(frame.autoExposureNs, 0u);
 }
 
 }  // namespace
