@@ -434,11 +434,13 @@ TEST(Cli, TerminationAbortsTheRunningJobsAndStartsNoOther) {
     int running;  // jobs that run when the signal comes
     const char* signal;
   };
-  for (const Case& c : {Case{"TERM, parallel", "--parallel 2", 2, "kill -TERM $pid"},
-                        Case{"INT twice", "", 1, "kill -INT $pid; sleep 0.05; kill -INT $pid"},
-                        Case{"HUP, parallel", "--parallel 2", 2, "kill -HUP $pid"}}) {
+  const Case cases[] = {{"TERM, parallel", "--parallel 2", 2, "kill -TERM $pid"},
+                        {"INT twice", "", 1, "kill -INT $pid; sleep 0.05; kill -INT $pid"},
+                        {"HUP, parallel", "--parallel 2", 2, "kill -HUP $pid"}};
+  for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string log = dir.File("log");
+    // A fresh log per case: the wait below must not see the last case's lines.
+    const std::string log = dir.File("log-" + std::to_string(&c - cases));
     const std::string script =
         "TARNVEL_USER_REGISTRY=" + dir.File("u.reg") + " " + Cli() + " " + c.options + paths + " > " + log +
         " 2>&1 & pid=$!\n"
