@@ -143,7 +143,7 @@ TEST_F(PipelineOutput, EveryTypeWritesTheSameBytesWithOneWorkerAndWithMany) {
       SCOPED_TRACE(std::string(type.extension) + (colour ? ", colour" : ", mono"));
       const auto o = Recording(std::string(type.extension) + (colour ? "-c" : "-m"), type.number, colour);
       const Outcome one = Convert(o, "1");
-      const Outcome many = Convert(o, "1");
+      const Outcome many = Convert(o, "4");
       EXPECT_EQ(one.status, 0) << one.text;
       EXPECT_GE(one.files.size(), 2u) << "the output and the companion movie at least";
       ExpectSame(one, many);
