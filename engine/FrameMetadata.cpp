@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/clock/WallClock.h"
 #include "platform/cordage/TextField.h"
 #include "platform/framekit/FileTypes.h"
 #include "recording/ModelTable.h"
@@ -278,7 +279,7 @@ void SettleGevTiming(RecordingInfo& recording, std::uint64_t timestamp, bool fir
 
 // The first frame's block tells when the file was written.
 void FillLocalTime(GevsBlock& block) {
-  const std::time_t now = std::time(nullptr);
+  const std::time_t now = WrittenAtSeconds();
   std::tm local{};
   ::localtime_r(&now, &local);
   const int values[6] = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec};

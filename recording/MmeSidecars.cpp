@@ -7,6 +7,7 @@
 #include <system_error>
 #include <memory>
 
+#include "platform/clock/WallClock.h"
 #include "platform/cordage/TextField.h"
 #include "recording/ModelTable.h"
 
@@ -80,7 +81,7 @@ bool WriteWhole(const std::string& path, const char* mode, const std::string& te
 }
 
 std::tm LocalNow() {
-  const std::time_t now = std::time(nullptr);
+  const std::time_t now = WrittenAtSeconds();
   std::tm local{};
   localtime_r(&now, &local);
   return local;

@@ -48,24 +48,9 @@ inline framekit::DecodedFrame Decoded(const std::string& path, std::uint32_t ind
 }
 
 // Sets how many workers the jobs started while it lives use for their frames.
-class FrameWorkers {
+class FrameWorkers : public ScopedVariable {
  public:
-  explicit FrameWorkers(const char* count) {
-    if (const char* before = std::getenv(kVariable)) saved_ = before;
-    ::setenv(kVariable, count, 1);
-  }
-  ~FrameWorkers() {
-    if (saved_)
-      ::setenv(kVariable, saved_->c_str(), 1);
-    else
-      ::unsetenv(kVariable);
-  }
-  FrameWorkers(const FrameWorkers&) = delete;
-  FrameWorkers& operator=(const FrameWorkers&) = delete;
-
- private:
-  static constexpr const char* kVariable = "TARNVEL_FRAME_WORKERS";
-  std::optional<std::string> saved_;
+  explicit FrameWorkers(const char* count) : ScopedVariable("TARNVEL_FRAME_WORKERS", count) {}
 };
 
 struct Reported {

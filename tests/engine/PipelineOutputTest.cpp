@@ -56,6 +56,10 @@ struct Outcome {
 
 class PipelineOutput : public test::ConvertJob {
  protected:
+  // The moment of writing that Chapter 10 blocks and sidecars record, the
+  // same for every run.
+  const test::ScopedVariable writtenAt_{"SOURCE_DATE_EPOCH", "1709296496"};
+
   recgen::RecordingOptions Recording(const std::string& name, std::int32_t fileType, bool colour) {
     recgen::RecordingOptions o = Options(name, kFrames);
     o.fileType = fileType;

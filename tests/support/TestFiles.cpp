@@ -90,4 +90,16 @@ int RunCommand(const std::string& command, std::string* output) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+ScopedVariable::ScopedVariable(const char* name, const char* value) : name_(name) {
+  if (const char* before = std::getenv(name)) saved_ = before;
+  ::setenv(name, value, 1);
+}
+
+ScopedVariable::~ScopedVariable() {
+  if (saved_)
+    ::setenv(name_.c_str(), saved_->c_str(), 1);
+  else
+    ::unsetenv(name_.c_str());
+}
+
 }  // namespace tarnvel::test

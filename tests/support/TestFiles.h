@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -39,5 +40,18 @@ std::filesystem::path BinaryDir();
 
 // Runs a shell command and returns its exit status; its output goes to `output` when given.
 int RunCommand(const std::string& command, std::string* output = nullptr);
+
+// An environment variable set while it lives, then as it was before.
+class ScopedVariable {
+ public:
+  ScopedVariable(const char* name, const char* value);
+  ~ScopedVariable();
+  ScopedVariable(const ScopedVariable&) = delete;
+  ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+ private:
+  std::string name_;
+  std::optional<std::string> saved_;
+};
 
 }  // namespace tarnvel::test

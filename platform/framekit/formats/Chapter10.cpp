@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/clock/WallClock.h"
 #include "platform/framekit/FileTypes.h"
 #include "platform/framekit/FrameKit.h"
 #include "platform/framekit/OutputStream.h"
@@ -129,7 +130,7 @@ class FrameClock {
     if (!sensible(rate)) rate = frame.header->rate;
     rate_ = sensible(rate) ? rate : 25.0;
     lastNs_ = OwnTime(frame).value_or(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                          std::chrono::system_clock::now().time_since_epoch())
+                                          WrittenAt().time_since_epoch())
                                           .count());
     constexpr std::int64_t kSecond = 1'000'000'000;
     originNs_ = lastNs_ / kSecond * kSecond - (lastNs_ % kSecond < 0 ? kSecond : 0);

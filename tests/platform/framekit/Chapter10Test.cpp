@@ -10,7 +10,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <thread>
 
+#include "platform/clock/WallClock.h"
 #include "platform/framekit/FrameKit.h"
 #include "tests/platform/framekit/FrameKitTestSupport.h"
 #include "tests/support/Chapter10Packets.h"
@@ -208,6 +210,38 @@ TEST(Chapter10, TimesWithoutTheRecordingsClockAndHostileCaptureRecords) {
   EXPECT_EQ(TimePackets(r).front().source, 0u);
   EXPECT_EQ(tmats["R-1\\RI2"], "Fathom   G\\106:04 R-1\\N:9");
   EXPECT_EQ(tmats["R-1\\RI9"], "12 34");
+}
+
+// SOURCE_DATE_EPOCH stands for the clock of a file whose frames tell no
+// time, so that two conversions give the same bytes; a value that is not a
+// plain number of seconds before the year 10000 leaves the machine's clock.
+TEST(Chapter10, SourceDateEpochStandsForTheClock) {
+  test::TempDir dir;
+  const Recording plain{16, 16, 8, false, 100.0f, 5, false, false, false};
+  auto firstTime = [&](const std::string& name) {
+    EXPECT_EQ(WriteCh10(dir.File(name), plain), 0);
+    const Reading r = ReadPackets(test::ReadFile(dir.File(name)));
+    EXPECT_THAT(r.problems, ::testing::IsEmpty());
+    const auto times = TimePackets(r);
+    return times.empty() ? std::int64_t{-1} : times[0].microseconds;
+  };
+  {
+    const test::ScopedVariable epoch("SOURCE_DATE_EPOCH", "1709296496");
+    EXPECT_EQ(firstTime("a.ch10"), kOrigin);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    EXPECT_EQ(firstTime("b.ch10"), kOrigin);
+    EXPECT_EQ(test::ReadFile(dir.File("a.ch10")), test::ReadFile(dir.File("b.ch10")));
+  }
+  const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
+                       std::chrono::system_clock::now().time_since_epoch()).count();
+  for (const char* hostile : {"", "-5", "17092964x", " 1709296496", "1e9", "253402300800",
+                              "99999999999999999999999", "0x10"}) {
+    SCOPED_TRACE(hostile);
+    const test::ScopedVariable epoch("SOURCE_DATE_EPOCH", hostile);
+    EXPECT_GE(firstTime("c.ch10"), now / 1000000 * 1000000);
+  }
+  EXPECT_EQ(EpochFromText("0"), std::time_t{0});
+  EXPECT_EQ(EpochFromText("253402300799"), std::time_t{253402300799});
 }
 
 // Refused frames (another geometry, a depth the type does not take) leave no trace;
