@@ -110,9 +110,11 @@ class CDecodeRaw final : public ConversionJob {
   // The frames into the outputs of the run's output plan, through a frame
   // pipeline (FramePipeline.h) whose stages are the four below.
   void RunFrames(JobRun& run);
-  // One slot per frame under way, each with buffers for the plan; false when
-  // the memory cannot be had.
-  bool SizeSlots(const JobRun& run, std::size_t count);
+  // Up to `wanted` slots for frames under way, each with buffers for the plan
+  // and a driver handle, fewer when they would hold more than `memoryBudget`
+  // or a handle cannot be had; false, with one slot, when not even the first
+  // can be had.
+  bool SizeSlots(const JobRun& run, std::size_t wanted, std::size_t memoryBudget);
   // Gate, task and raw frame; false when the run ends before the frame.
   bool BeginFrame(JobRun& run, FrameSlot& slot, std::int32_t index);
   // The frame step; a frame that is a file of its own is written and closed here.

@@ -1,9 +1,14 @@
 #include "engine/FramePipeline.h"
 
+#include <sched.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <mutex>
 
 namespace tarnvel {
 namespace {
@@ -12,6 +17,14 @@ std::atomic<unsigned> g_frameJobs{0};
 
 // More workers than this gain nothing on any machine and only cost memory.
 constexpr unsigned long kMostWorkers = 256;
+
+unsigned UsableProcessors() {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  if (::sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 0)
+    return static_cast<unsigned>(CPU_COUNT(&allowed));
+  return std::max(std::thread::hardware_concurrency(), 1u);
+}
 
 }  // namespace
 
@@ -135,9 +148,25 @@ unsigned FrameWorkerCount(unsigned jobsRunning, bool writesOnJobThread) {
     const unsigned long count = std::strtoul(forced, &end, 10);
     if (errno == 0 && *end == '\0' && count >= 1) return static_cast<unsigned>(std::min(count, kMostWorkers));
   }
-  const unsigned machine = std::max(std::thread::hardware_concurrency(), 1u);
+  const unsigned machine = UsableProcessors();
   const unsigned share = machine / std::max(jobsRunning, 1u);
   return std::max(writesOnJobThread ? share - std::min(share, 1u) : share, 1u);
+}
+
+std::size_t FrameMemoryBudget(unsigned jobsRunning) {
+  const long pages = ::sysconf(_SC_PHYS_PAGES), pageBytes = ::sysconf(_SC_PAGESIZE);
+  const std::uint64_t machine = pages > 0 && pageBytes > 0 ? std::uint64_t(pages) * std::uint64_t(pageBytes) : 1ull << 32;
+  return static_cast<std::size_t>(machine / 4 / std::max(jobsRunning, 1u));
+}
+
+void RaiseDescriptorLimit() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);  // where it is refused, slots stop at the descriptors there are
+  });
 }
 
 RunningFrameJob::RunningFrameJob() : running_(++g_frameJobs) {}

@@ -69,11 +69,21 @@ class FramePipeline {
 };
 
 // How many workers a job's frames get: TARNVEL_FRAME_WORKERS when it holds a
-// whole number from 1 on, else the machine's hardware threads shared evenly
+// whole number from 1 on, else the processors this process may run on (a
+// cluster task's share, a taskset, else the machine's) shared evenly
 // between the jobs converting at the moment (at least one each). A job whose
 // own thread writes every frame (one multi-frame file or movie, encoded in
 // frame order) counts that thread as one of its share.
 unsigned FrameWorkerCount(unsigned jobsRunning, bool writesOnJobThread);
+
+// The memory a job's frames under way may hold: a quarter of the machine's,
+// shared evenly between the jobs converting at the moment.
+std::size_t FrameMemoryBudget(unsigned jobsRunning);
+
+// Lets the process open as many files as its hard limit allows (once): every
+// frame under way reads on a driver handle of its own, with the store's
+// files open, and frames of their own files are written at once.
+void RaiseDescriptorLimit();
 
 // Counts the jobs converting frames while it lives, for FrameWorkerCount.
 class RunningFrameJob {

@@ -139,6 +139,12 @@ void FrameBuffers::Release() {
   for (auto* buffer : {&work_, &converted_, &wide_, &movieSource_, &movie_}) *buffer = {};
 }
 
+std::size_t FrameBuffers::Bytes() const {
+  std::size_t bytes = 0;
+  for (const auto* buffer : {&work_, &converted_, &wide_, &movieSource_, &movie_}) bytes += buffer->capacity();
+  return bytes;
+}
+
 ImageView FrameBuffers::Output() {
   return plan_.Converted() ? View(converted_, plan_.width, plan_.height, plan_.outDepth) : Work();
 }

@@ -92,6 +92,8 @@ class FrameBuffers {
   // False, with nothing held, when the memory cannot be had.
   bool Size(const FramePlan& plan);
   void Release();
+  // The memory held.
+  std::size_t Bytes() const;
 
   // The frame as delivered, bars and plot rows included, at the source depth.
   ImageView Work() { return View(work_, plan_.width, plan_.height, plan_.sourceDepth); }

@@ -27,6 +27,9 @@ int Safely(Step step) {
   }
 }
 
+// One frame begun, one processed, one waiting for its turn to be written.
+constexpr std::size_t kFewestSlots = 3;
+
 bool MovieDue(const JobRun& run, const FrameTask& task) { return run.movieHandle && task.movieIndex >= 0; }
 
 }  // namespace
@@ -43,10 +46,12 @@ void CDecodeRaw::RunFrames(JobRun& run) {
   Report(run, run.shownName, run.rowState, 1);
   run.reported = true;
   const RunningFrameJob running;
-  const unsigned workers = FrameWorkerCount(running.JobsRunning(), outputs.oneFile);
+  const unsigned wanted = FrameWorkerCount(running.JobsRunning(), outputs.oneFile);
   // Two frames more than workers: one being begun, one waiting for its turn to be written.
-  FramePipeline pipeline(workers, workers + 2);
-  run.buffersReady = SizeSlots(run, pipeline.Slots());
+  RaiseDescriptorLimit();
+  run.buffersReady = SizeSlots(run, wanted + 2, FrameMemoryBudget(running.JobsRunning()));
+  const std::size_t slots = slots_.size();
+  FramePipeline pipeline(slots > 2 ? static_cast<unsigned>(slots - 2) : 1u, slots);
   FrameStages stages;
   stages.mayBegin = [this] { return pauseEvent_.IsSet(); };
   stages.begin = [&](std::size_t slot, std::int32_t index) { return BeginFrame(run, *slots_[slot], index); };
@@ -60,13 +65,31 @@ void CDecodeRaw::RunFrames(JobRun& run) {
   if (args_->channelsOn && FinishFile(outputs.mainPath.c_str(), 2, 1) != 0) run.outputs.Failed(outputs.mainPath);
 }
 
-bool CDecodeRaw::SizeSlots(const JobRun& run, std::size_t count) {
+bool CDecodeRaw::SizeSlots(const JobRun& run, std::size_t wanted, std::size_t memoryBudget) {
   slots_.clear();
-  for (std::size_t i = 0; i < count; ++i) {
+  std::size_t held = 0;
+  while (slots_.size() < wanted) {
     auto slot = std::make_unique<FrameSlot>(locale_);
     slot->overlay = *overlay_;
-    if (!slot->buffers.Size(run.plan) || slot->source.Open(run.recordingFolder.c_str()) != 0) return false;
+    const bool ready = slot->buffers.Size(run.plan) && slot->source.Open(run.recordingFolder.c_str()) == 0;
+    if (!ready && slots_.empty()) {
+      slots_.push_back(std::move(slot));  // the run's frames fail in it
+      return false;
+    }
+    if (!ready) {
+      // Fewer frames under way. A handle that could not be had mostly means
+      // the process is short of file descriptors: the last slot's go back
+      // for the files the frames write.
+      if (slots_.size() > 1) slots_.pop_back();
+      break;
+    }
     if (run.mosaicMode) slot->source.SetMosaicDelivery(true);
+    // Its buffers, and the raw frame read into it, at most the size of its work buffer.
+    const ImageView work = slot->buffers.Work();
+    const std::size_t bytes = slot->buffers.Bytes() + std::size_t{work.rowBytes} * work.height;
+    // Three at least keep one worker busy; more only within the budget.
+    if (slots_.size() >= kFewestSlots && held + bytes > memoryBudget) break;
+    held += bytes;
     slots_.push_back(std::move(slot));
   }
   return true;

@@ -404,6 +404,39 @@ TEST(Cli, ArgumentFileMistakesOnEveryWayInKeepTheRawFiles) {
   EXPECT_NE(output.find("error 93: "), std::string::npos) << output;
 }
 
+// Every frame under way reads on a driver handle of its own with the store's
+// files open. A low soft limit on open files is raised to the hard one; a low
+// hard limit means fewer frames under way, or frames that fail cleanly: never a
+// crash, never a lost raw file.
+TEST(Cli, FewFileDescriptorsAndManyWorkers) {
+  test::TempDir dir;
+  recgen::RecordingOptions o = Recording(dir, "rec", 32, 24, 30, "seg");
+  o.framesPerSegment = 5, o.deleteRaw = 1;  // six store files per handle
+  ASSERT_EQ(recgen::WriteRecording(o), "");
+  const std::string raw = test::RawFilesFingerprint(o.folder);
+  auto frames = [&] {
+    int count = 0;
+    for (const auto& entry : fs::directory_iterator(o.folder)) count += entry.path().extension() == ".tif";
+    return count;
+  };
+  const std::string run = "TARNVEL_FRAME_WORKERS=64 " + Cli() + " " + JoinPath(o.folder, "args.ini");
+  std::string output;
+  for (const char* hard : {"20", "12"}) {
+    SCOPED_TRACE(hard);
+    const int status = test::RunCommand("ulimit -n " + std::string(hard) + " && " + run + " 2>&1", &output);
+    EXPECT_TRUE(status == 0 || status == 1) << status << output;
+    EXPECT_EQ(test::RawFilesFingerprint(o.folder), raw) << "raw files deleted by a run under a hard limit\n" << output;
+    if (status == 0) {
+      EXPECT_EQ(frames(), 30) << output;
+    }
+    for (const auto& entry : fs::directory_iterator(o.folder))
+      if (entry.path().extension() == ".tif") fs::remove(entry.path());
+  }
+  EXPECT_EQ(test::RunCommand("ulimit -Sn 16 && " + run + " 2>&1", &output), 0) << output;
+  EXPECT_EQ(frames(), 30);
+  EXPECT_FALSE(fs::exists(JoinPath(o.folder, "rawdata.00.raw"))) << "a whole conversion deletes them, as asked";
+}
+
 // A termination request or a second Ctrl-C during a run: the running jobs end
 // with Abort and close their outputs in good order, no waiting job starts,
 // every raw file stays. The recordings are long (many small frames), so the

@@ -1,5 +1,7 @@
 #include "engine/FramePipeline.h"
 
+#include <sched.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/TestFiles.h"
 
 namespace tarnvel {
 namespace {
@@ -132,28 +135,45 @@ TEST(FramePipeline, AClosedGateFinishesTheFramesUnderWayBeforeWaiting) {
   EXPECT_EQ(std::vector<std::int32_t>(finishedAtGate.begin(), finishedAtGate.begin() + 4), Range(6, 10));
 }
 
-TEST(FramePipeline, WorkerCountFromTheMachineOrForced) {
-  const char* before = std::getenv("TARNVEL_FRAME_WORKERS");
-  const std::string saved = before ? before : "";
-  const unsigned machine = std::max(std::thread::hardware_concurrency(), 1u);
-  unsetenv("TARNVEL_FRAME_WORKERS");
-  EXPECT_EQ(FrameWorkerCount(1, false), machine);
-  EXPECT_EQ(FrameWorkerCount(1, true), std::max(machine - 1, 1u)) << "the job's thread writes: one worker less";
-  EXPECT_EQ(FrameWorkerCount(machine * 2, false), 1u) << "at least one worker per job";
-  EXPECT_EQ(FrameWorkerCount(machine * 2, true), 1u);
-  EXPECT_EQ(FrameWorkerCount(2, false), std::max(machine / 2, 1u)) << "jobs share the machine";
+// The processors this process may run on, as nproc counts them.
+unsigned Processors() {
+  std::string out;
+  return test::RunCommand("nproc", &out) == 0 ? static_cast<unsigned>(std::stoul(out)) : 0u;
+}
+
+TEST(FramePipeline, WorkerCountFromTheProcessorsOrForced) {
+  const unsigned machine = Processors();
+  ASSERT_GE(machine, 1u);
+  {
+    const test::ScopedVariable unset("TARNVEL_FRAME_WORKERS", "");
+    ::unsetenv("TARNVEL_FRAME_WORKERS");
+    EXPECT_EQ(FrameWorkerCount(1, false), machine);
+    EXPECT_EQ(FrameWorkerCount(1, true), std::max(machine - 1, 1u)) << "the job's thread writes: one worker less";
+    EXPECT_EQ(FrameWorkerCount(machine * 2, false), 1u) << "at least one worker per job";
+    EXPECT_EQ(FrameWorkerCount(machine * 2, true), 1u);
+    EXPECT_EQ(FrameWorkerCount(2, false), std::max(machine / 2, 1u)) << "jobs share the machine";
+
+    // A task given one processor (a cluster's share, taskset) gets one worker.
+    cpu_set_t all, one;
+    ASSERT_EQ(::sched_getaffinity(0, sizeof all, &all), 0);
+    CPU_ZERO(&one);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+      if (CPU_ISSET(cpu, &all)) {
+        CPU_SET(cpu, &one);
+        break;
+      }
+    ASSERT_EQ(::sched_setaffinity(0, sizeof one, &one), 0);
+    EXPECT_EQ(FrameWorkerCount(1, false), 1u);
+    ASSERT_EQ(::sched_setaffinity(0, sizeof all, &all), 0);
+  }
   for (const auto& [text, expected] : std::vector<std::pair<const char*, unsigned>>{
            {"1", 1}, {"3", 3}, {"0", machine}, {"-2", machine}, {"2x", machine}, {"", machine}, {" 2", machine},
            {"99999999999999999999", machine}, {"100000", 256}}) {
-    setenv("TARNVEL_FRAME_WORKERS", text, 1);
+    const test::ScopedVariable forced("TARNVEL_FRAME_WORKERS", text);
     EXPECT_EQ(FrameWorkerCount(1, false), expected) << '"' << text << '"';
     EXPECT_EQ(FrameWorkerCount(1, true), expected == machine ? std::max(machine - 1, 1u) : expected)
         << "a forced count holds for every output";
   }
-  if (before)
-    setenv("TARNVEL_FRAME_WORKERS", saved.c_str(), 1);
-  else
-    unsetenv("TARNVEL_FRAME_WORKERS");
   {
     const RunningFrameJob first;
     const RunningFrameJob second;
