@@ -15,6 +15,7 @@
 #include "engine/DecodeRaw.h"
 #include "platform/cordage/TextField.h"
 #include "platform/rawdrv/RawDriver.h"
+#include "tests/engine/ConvertJobFixture.h"
 #include "tests/support/Chapter10Packets.h"
 #include "tests/support/TestFiles.h"
 
@@ -72,31 +73,22 @@ TEST(CaptureInfo, TimeFromTheTimeCodeElseTheRecordingsClock) {
   }
 }
 
-class RecordingTimeInOutputs : public ::testing::Test {
+class RecordingTimeInOutputs : public test::ConvertJob {
  protected:
-  void SetUp() override { ASSERT_EQ(DriverInit(0), 0); }
-  void TearDown() override { DriverExit(); }
-
-  recgen::RecordingOptions Options(const std::string& name, std::int32_t type) {
-    recgen::RecordingOptions o;
-    o.folder = dir_.File(name);
-    o.width = 64, o.height = 48, o.frames = 12, o.preTrigger = 3;
+  recgen::RecordingOptions TimedOptions(const std::string& name, std::int32_t type) {
+    recgen::RecordingOptions o = Options(name, 12);
     o.rate = 500.0f;
     o.year = 2024, o.month = 12, o.day = 31, o.hour = 23, o.minute = 59, o.second = 59;
     o.microseconds = 990000;  // the recording crosses midnight and the year
     o.fileType = type;
-    o.baseName = "take";
     return o;
   }
   void Convert(const recgen::RecordingOptions& o) {
-    ASSERT_EQ(recgen::WriteRecording(o), "");
-    CDecodeRaw job(JoinPath(o.folder, "args.ini"), 0, 0);
+    CDecodeRaw job(Write(o), 0, 0);
     ASSERT_EQ(job.Start(false), 0) << job.StatusText();
   }
   // When store frame i was taken, microseconds since 1970, as the generator made it.
   static std::int64_t TakenAt(std::uint32_t i) { return 1735689599990000 + i * 2000; }
-
-  test::TempDir dir_;
 };
 
 // With and without GEV records, with and without time codes: a reader of the
@@ -115,7 +107,7 @@ TEST_F(RecordingTimeInOutputs, Chapter10FollowsTheRecordingsTime) {
                {"clock", false, false, recgen::GevTimeForm::kIeee1588}};  // the recording's start and rate
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    auto o = Options(c.name, 34);
+    auto o = TimedOptions(c.name, 34);
     o.gevRecords = c.gev, o.gevTime = c.form, o.timeCode = c.timeCode, o.timeFromReceiver = true;
     Convert(o);
     const test::ch10::Reading r = test::ch10::ReadPackets(test::ReadFile(JoinPath(o.folder, "take.ch10")));
@@ -142,7 +134,7 @@ TEST_F(RecordingTimeInOutputs, Chapter10FollowsTheRecordingsTime) {
 // recording's camera, exposure and rate; a TIFF its date and camera.
 TEST_F(RecordingTimeInOutputs, DngAndTiffTagsFollowTheRecording) {
   for (const bool timeCode : {true, false}) {
-    auto o = Options(timeCode ? "dngCodes" : "dngClock", 51);
+    auto o = TimedOptions(timeCode ? "dngCodes" : "dngClock", 51);
     o.frames = 6, o.preTrigger = 0;
     o.timeCode = timeCode;
     o.exposureNs = 125000;
@@ -153,7 +145,7 @@ TEST_F(RecordingTimeInOutputs, DngAndTiffTagsFollowTheRecording) {
                                &out), 0) << out;
     EXPECT_EQ(out, "2025:01:01 00:00:00.000000 1/8000 500 OKN Fathom HS-6 01-1234-5678\n") << timeCode;
   }
-  auto o = Options("tif", 1);
+  auto o = TimedOptions("tif", 1);
   o.frames = 2, o.preTrigger = 0;
   Convert(o);
   std::string out;
